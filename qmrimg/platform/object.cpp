@@ -1,0 +1,3 @@
+#include "qmrimg/platform/object.h"
+
+CObject::~CObject() = default;
