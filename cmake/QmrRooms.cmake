@@ -17,7 +17,9 @@ function(qmr_room name)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
       CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     if(level)
-      target_compile_options(${target} PRIVATE -march=x86-64-${level})
+      # GCC 12 fuses interleaved a * b + c * d and a * b - c * d whatever -ffp-contract says; without the instructions it
+      # can't. (512-bit forms don't heed the option: a test looks for them in the finished libraries.)
+      target_compile_options(${target} PRIVATE -march=x86-64-${level} -mno-fma)
       if(level STREQUAL "v4")
         # GCC prefers 256-bit vectors by default; whole 512-bit ones are faster on row kernels.
         target_compile_options(${target} PRIVATE -mprefer-vector-width=512)

@@ -20,8 +20,9 @@ struct BITMAPINFOHEADER;
 // clamped to the image, and pixels outside stay as they are. `bProgress` non-zero reports progress to the window of
 // SetProgressHandle.
 //
-// Pixel readers test no bounds: coordinates are the caller's affair, unless a reader says otherwise. Several calls on
-// one object run one after the other; readers may run on many threads (GetPixelGrayRawBuf may not).
+// Pixel readers and writers with a pointer are the same formulas on a pixel already fetched, for loops along a row.
+// Those with coordinates read 0.0 (raw scale) and write nothing outside the image or its planes. Several calls on one
+// object run one after the other; readers may run on many threads (GetPixelGrayRawBuf may not).
 class QMR_API CVynImage : public CImage {
  public:
   CVynImage();
@@ -170,10 +171,16 @@ class QMR_API CVynImage : public CImage {
                    const CRect* pRect, int bProgress, int msgId);
   int GetHistogramRGB(int* r, int* g, int* b, int bins, double min, double max, double* unused1, double* unused2,
                       int bLog, int bHeight, int bCull, const CRect* pRect, int bProgress, int msgId);
+  // Centroid of the squared excess over the window's mean, on the 256-scale; 1 when there is one and its nearest pixel
+  // lies in the rectangle as given. Without any excess the doubles are not-a-number and the integers 0.
   int GetCentroid(double& cx, double& cy, const CRect* pRect) const;
-  int GetCentroid(int& x, int& y, const CRect* pRect) const;
+  void GetCentroid(int& x, int& y, const CRect* pRect) const;
+  // Centroid of the raw values; 0, and the middle of the rectangle, when it lies outside of it or there is no weight.
   int GetCentroidRaw(double& cx, double& cy, const CRect* pRect) const;
   int GetCentroidRaw(int& x, int& y, const CRect* pRect) const;
+  // The same point as GetCentroid on a monochrome image, with the mean, the extremes and the sum above mean plus two
+  // deviations. On colour the mean is divided by the pixel count once more, on purpose, and so is what the point
+  // follows.
   int GetCentroid2(double& cx, double& cy, const CRect* pRect, double& avr, double& min, double& max,
                    double& flux) const;
   int GetFitPrm(CVynImage* ref, double& dx, double& dy, double& angle);

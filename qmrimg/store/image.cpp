@@ -244,9 +244,7 @@ bool CImage::CopyFrom(const CImage& src, bool pixels) {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  const int oldLevels = LevelCount;
   if (!ResizeLevels(src.LevelCount)) return false;
-  (void)oldLevels;
   std::copy_n(src.LevelMin, LevelCount, LevelMin);
   std::copy_n(src.LevelMax, LevelCount, LevelMax);
   std::copy_n(src.LevelRange, LevelCount, LevelRange);

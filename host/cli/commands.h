@@ -1,0 +1,17 @@
+// The subcommands of `qmr`, one source file each.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace qmr {
+
+// Adds a subcommand with its options. `run` receives what to do when the user has chosen it; its result is the exit
+// code, and Failure ends it with a line.
+using Run = std::function<int()>;
+
+void AddStack(CLI::App& program, Run& run);
+void AddSimulate(CLI::App& program, Run& run);
+void AddInfo(CLI::App& program, Run& run);
+
+}  // namespace qmr

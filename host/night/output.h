@@ -1,0 +1,28 @@
+// What a night leaves behind: the stack, its coverage and a picture to look at.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/files/keyword.h"
+#include "qmrimg/image/vyn_image.h"
+
+namespace qmr {
+
+// Writes float pixels with the keywords; Failure with kExitCannotCreate. Rows stay in the order of memory.
+void WriteStack(const std::string& path, const CVynImage& image, const std::vector<Keyword>& keywords);
+
+// Writes how many frames cover each pixel, as a 16-bit FITS.
+void WriteCoverage(const std::string& path, int width, int height, const std::vector<std::uint16_t>& coverage,
+                   const std::vector<Keyword>& keywords);
+
+// Sets display levels in which the sky is a dark, neutral grey: the mode of each plane's histogram comes to lie at a
+// tenth of the range, the range is the same for all planes.
+void SetNightLevels(CVynImage& image);
+
+// Writes an 8-bit PNG through the image's levels, whole pixels averaged so that it is at most `longestSide` wide or
+// high. `bottomUp` says that row 0 is the bottom of the picture.
+void WritePreview(const std::string& path, const CVynImage& image, int longestSide, bool bottomUp);
+
+}  // namespace qmr

@@ -1,0 +1,235 @@
+// The program from outside: exit codes, messages, whole nights, interruption.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "host/files/image_file.h"
+#include "tests/host/program.h"
+
+namespace qmr::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// A small night that a test may spoil: mono unless the arguments say otherwise.
+std::string MakeNight(const TemporaryFolder& folder, const std::vector<std::string>& more = {}) {
+  std::vector<std::string> arguments = {"simulate",   folder.Path("night"),
+                                        "--width",    "420",
+                                        "--height",   "300",
+                                        "--lights",   "7",
+                                        "--darks",    "5",
+                                        "--flats",    "5",
+                                        "--biases",   "5",
+                                        "--drift",    "14",
+                                        "--rotation", "0.5",
+                                        "--seed",     "11",
+                                        "--quiet",    "--mosaic",
+                                        "mono"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const Outcome made = RunQmr(arguments);
+  EXPECT_EQ(made.code, 0) << made.err;
+  return folder.Path("night");
+}
+
+nlohmann::json Report(const std::string& path) {
+  return nlohmann::json::parse(ReadBytes(path));
+}
+
+bool OneLine(const std::string& text) {
+  return text.starts_with("qmr: ") && text.find('\n') == text.size() - 1;
+}
+
+TEST(Program, TellsAndExits) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"--help"}, {"--version"}, {"stack", "--help"}, {"simulate", "--help"}, {"info", "--help"}}) {
+    const Outcome o = RunQmr(arguments);
+    EXPECT_EQ(o.code, 0);
+    EXPECT_FALSE(o.out.empty());
+    EXPECT_TRUE(o.err.empty()) << o.err;
+  }
+}
+
+TEST(Program, BadWordsAreOneLineAndExit64) {
+  const TemporaryFolder folder;
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{},
+                                             {"stak"},
+                                             {"stack", "--nonsense"},
+                                             {"stack"},
+                                             {"stack", folder.Path(), "--combine", "mean"},
+                                             {"stack", folder.Path(), "--kappa", "-1"},
+                                             {"stack", folder.Path(), "--interpolation", "cubic"},
+                                             {"info", folder.Path(), "--bayer", "RGBG"},
+                                             {"simulate", folder.Path("x"), "--width", "0"},
+                                             {"simulate", folder.Path("x"), "--mosaic", "RRGB"}}) {
+    const Outcome o = RunQmr(arguments);
+    EXPECT_EQ(o.code, 64) << testing::PrintToString(arguments);
+    EXPECT_TRUE(OneLine(o.err)) << o.err;
+  }
+  EXPECT_THAT(folder.List(), IsEmpty());
+}
+
+TEST(Program, MissingInputAndUnwritableOutput) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder.Path("empty"));
+  Outcome o = RunQmr({"stack", folder.Path("nowhere")});
+  EXPECT_EQ(o.code, 66);
+  EXPECT_TRUE(OneLine(o.err)) << o.err;
+  o = RunQmr({"stack", folder.Path("empty")});
+  EXPECT_EQ(o.code, 66);
+  EXPECT_TRUE(OneLine(o.err)) << o.err;
+  o = RunQmr({"info", folder.Path("nowhere.fit")});
+  EXPECT_NE(o.code, 0);
+  EXPECT_THAT(o.err, HasSubstr("nowhere.fit"));
+  const std::string night = MakeNight(folder);
+  o = RunQmr({"stack", night, "-o", folder.Path("no/such/folder/stack.fit")});
+  EXPECT_EQ(o.code, 73);
+  EXPECT_TRUE(OneLine(o.err)) << o.err;
+}
+
+TEST(Program, StacksANightOntoTheTruth) {
+  const TemporaryFolder folder;
+  const std::string night = MakeNight(folder);
+  const Outcome o = RunQmr({"stack", night, "-o", folder.Path("s.fit"), "--coverage", folder.Path("c.fit"), "--report",
+                            folder.Path("r.json"), "--truth", night + "/truth.json"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_THAT(folder.List(), ElementsAre("c.fit", "night", "r.json", "s.fit", "s.png"));
+  const auto report = Report(folder.Path("r.json"));
+  EXPECT_EQ(report["frames_used"], 7);
+  EXPECT_LT(report["against_truth"]["grid_rms_px"].get<double>(), 0.04);
+  EXPECT_EQ(report["against_truth"]["frames"], 6);
+
+  const auto stack = ReadImageFile(folder.Path("s.fit"));
+  ASSERT_TRUE(stack);
+  EXPECT_EQ(stack->fileBits, -32);
+  EXPECT_EQ(KeywordNumber(stack->keywords, "STACKCNT"), 7.0);
+  EXPECT_EQ(KeywordNumber(stack->keywords, "LIVETIME"), 7 * 120.0);
+  EXPECT_EQ(KeywordText(stack->keywords, "CALSTAT"), "BDF");
+  const auto coverage = ReadImageFile(folder.Path("c.fit"));
+  ASSERT_TRUE(coverage);
+  EXPECT_EQ(coverage->Row(0, 150)[210], 7.0f);
+  EXPECT_LT(coverage->Row(0, 0)[0], 7.0f);
+}
+
+TEST(Program, DevelopsAColourNight) {
+  for (const std::string mosaic : {"RGGB", "GBRG"}) {
+    const TemporaryFolder folder;
+    const std::string night = MakeNight(folder, {"--mosaic", mosaic});
+    const Outcome o = RunQmr({"stack", night, "-o", folder.Path("s.fit"), "--report", folder.Path("r.json"), "--truth",
+                              night + "/truth.json", "--combine", "median"});
+    ASSERT_EQ(o.code, 0) << o.err;
+    EXPECT_THAT(o.out, HasSubstr(mosaic + " from BAYERPAT"));
+    const auto stack = ReadImageFile(folder.Path("s.fit"));
+    ASSERT_TRUE(stack);
+    EXPECT_EQ(stack->planes, 3);
+    EXPECT_FALSE(KeywordText(stack->keywords, "BAYERPAT"));
+    EXPECT_LT(Report(folder.Path("r.json"))["against_truth"]["grid_rms_px"].get<double>(), 0.06);
+  }
+}
+
+TEST(Program, SameBitsForThreadsStripsAndProcessorLevels) {
+  const TemporaryFolder folder;
+  for (const std::string mosaic : {"mono", "RGGB"}) {
+    const std::string night = MakeNight(folder, {"--mosaic", mosaic, "--force"});
+    std::string first;
+    const auto check = [&](const std::vector<std::string>& more, const std::vector<std::string>& loader = {}) {
+      std::vector<std::string> arguments = {"stack", night, "-o", folder.Path("s.fit"), "--quiet"};
+      arguments.insert(arguments.end(), more.begin(), more.end());
+      const Outcome o = RunQmr(arguments, 0, loader);
+      ASSERT_EQ(o.code, 0) << o.err;
+      const std::string bytes = ReadBytes(folder.Path("s.fit")) + ReadBytes(folder.Path("s.png"));
+      if (first.empty()) first = bytes;
+      EXPECT_TRUE(bytes == first) << mosaic << " " << testing::PrintToString(more) << testing::PrintToString(loader);
+    };
+    for (const char* threads : {"1", "2", "3", "8"}) check({"--threads", threads});
+    for (const char* strip : {"1", "7", "64", "100000"}) check({"--strip", strip});
+    const std::string loader = "/lib64/ld-linux-x86-64.so.2";
+    if (std::filesystem::exists(loader)) {
+      check({}, {loader, "--glibc-hwcaps-mask", "x86-64-v2"});
+      check({}, {loader, "--glibc-hwcaps-mask", "x86-64-v3"});
+      check({}, {loader, "--glibc-hwcaps-mask", "x86-64-v4"});
+    }
+  }
+}
+
+TEST(Program, LeavesSpoiledFramesOutByName) {
+  const TemporaryFolder folder;
+  const std::string night = MakeNight(folder);
+  const std::string lights = night + "/lights/";
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::directory_iterator(lights)) files.push_back(entry.path().string());
+  std::sort(files.begin(), files.end());
+  ASSERT_EQ(files.size(), 7u);
+  // Truncated, no FITS at all, another size, and a frame without any star.
+  WriteBytes(files[1], ReadBytes(files[1]).substr(0, 20000));
+  WriteBytes(files[2], "this is no image");
+  const TemporaryFolder other;
+  ASSERT_EQ(RunQmr({"simulate", other.Path("n"), "--width", "200", "--height", "300", "--lights", "1", "--mosaic",
+                    "mono", "--quiet"})
+                .code,
+            0);
+  std::filesystem::copy_file(other.Path("n/lights/light_00001.fit"), lights + "small.fit");
+  std::filesystem::copy_file(night + "/flats/flat_00001.fit", lights + "starless.fit");
+  const Outcome o = RunQmr({"stack", night, "-o", folder.Path("s.fit"), "--report", folder.Path("r.json")});
+  ASSERT_EQ(o.code, 0) << o.err;
+  const auto report = Report(folder.Path("r.json"));
+  EXPECT_EQ(report["frames_used"], 5);
+  EXPECT_EQ(report["left_out"].size(), 4u);
+  for (const char* name : {"small.fit", "starless.fit"}) EXPECT_THAT(o.err, HasSubstr(name));
+  EXPECT_THAT(o.err, HasSubstr(std::filesystem::path(files[1]).filename().string()));
+
+  for (const std::string& file : files) WriteBytes(file, "no image");
+  std::filesystem::remove(lights + "small.fit");
+  std::filesystem::remove(lights + "starless.fit");
+  const Outcome none = RunQmr({"stack", night, "-o", folder.Path("none.fit"), "--quiet"});
+  EXPECT_EQ(none.code, 65);
+  EXPECT_FALSE(std::filesystem::exists(folder.Path("none.fit")));
+}
+
+TEST(Program, KeepsTheOldResultWhenItFails) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder.Path("lights"));
+  WriteBytes(folder.Path("lights/a.fit"), "no image");
+  WriteBytes(folder.Path("stack.fit"), "yesterday");
+  EXPECT_EQ(RunQmr({"stack", folder.Path(), "-o", folder.Path("stack.fit")}).code, 65);
+  EXPECT_EQ(ReadBytes(folder.Path("stack.fit")), "yesterday");
+}
+
+TEST(Program, InterruptedItLeavesNothing) {
+  const TemporaryFolder folder;
+  const std::string night = MakeNight(folder, {"--width", "1500", "--height", "1200"});
+  std::filesystem::create_directory(folder.Path("out"));
+  int interrupted = 0;
+  for (const int after : {20, 120, 300}) {
+    const auto begun = std::chrono::steady_clock::now();
+    const Outcome o = RunQmr({"stack", night, "-o", folder.Path("out/s.fit")}, after);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+    if (o.code != 130) continue;
+    ++interrupted;
+    EXPECT_LT(seconds, after / 1000.0 + 5.0);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.Path("out")));
+  }
+  EXPECT_GT(interrupted, 0);
+  const Outcome o = RunQmr({"simulate", folder.Path("other"), "--width", "2000", "--height", "2000"}, 300);
+  EXPECT_EQ(o.code, 130);
+  EXPECT_FALSE(std::filesystem::exists(folder.Path("other")));
+}
+
+TEST(Program, OneFrameIsAStackToo) {
+  const TemporaryFolder folder;
+  const std::string night = MakeNight(folder);
+  const Outcome o = RunQmr({"stack", "--light", night + "/lights/light_00001.fit", "-o", folder.Path("s.fit")});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_THAT(o.out, HasSubstr("1 frames stacked"));
+}
+
+}  // namespace
+}  // namespace qmr::test
