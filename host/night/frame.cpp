@@ -9,7 +9,6 @@
 
 #include "host/night/failure.h"
 #include "qmrimg/image/row_access.h"
-#include "qmrimg/image/row_frame.h"
 #include "qmrimg/platform/exception.h"
 #include "qmrimg/raw/bayer_to_rgb.h"
 #include "qmrimg/raw/information.h"
@@ -59,15 +58,13 @@ std::unique_ptr<CVynImage> Develop(std::unique_ptr<CVynImage> mosaic, int patter
   return image;
 }
 
-// Pixels where the flat is 0 say nothing of the sky.
-void DropUnlitPixels(CVynImage& image, const CVynImage& flat) {
-  for (int p = 0; p < image.GetPlanes(); ++p) {
-    ForRows(0, image.GetHeight(), [&](int y) {
-      const std::span<const float> lit = ReadRow(flat, y, flat.IsColor() ? p : 0, 0, image.GetWidth());
-      const std::span<float> pixels = WriteRow(image, y, p, 0, image.GetWidth());
-      for (std::size_t x = 0; x < std::min(lit.size(), pixels.size()); ++x)
-        if (!(lit[x] > 0.0f)) pixels[x] = std::numeric_limits<float>::quiet_NaN();
-    });
+// The pixels that the flat says nothing of become not-a-number.
+void DropUnlitPixels(CVynImage& image, const Masters& masters) {
+  for (const Masters::Pixel& pixel : masters.unlit) {
+    // A flat of one plane serves all planes.
+    const bool every = !masters.flat->IsColor();
+    for (int p = every ? 0 : pixel.plane; p < (every ? image.GetPlanes() : pixel.plane + 1); ++p)
+      image.SetPixelGrayRaw(pixel.x, pixel.y, std::numeric_limits<float>::quiet_NaN(), p);
   }
 }
 
@@ -176,9 +173,9 @@ FrameQuality MeasureQuality(CVynImage& image) {
     // The median of |a - b| is 0.6745 sigma times the root of 2.
     quality.noise[p] = MedianOf(differences) / (0.6744897501960817 * std::sqrt(2.0));
   }
-  // Gradients of 2 x 2 means, on every second row: single hot pixels weigh little in them.
+  // Gradients of 2 x 2 means, on rows that `step` spaces out: single hot pixels weigh little in them.
   const int plane = image.GetPlanes() >= 3 ? 1 : 0;
-  for (int y = 0; y + 3 < image.GetHeight(); y += 4) {
+  for (int y = 0; y + 3 < image.GetHeight(); y += 4 * step) {
     const std::span<const float> a = ReadRow(image, y, plane, 0, image.GetWidth());
     const std::span<const float> b = ReadRow(image, y + 1, plane, 0, image.GetWidth());
     const std::span<const float> c = ReadRow(image, y + 2, plane, 0, image.GetWidth());
@@ -218,9 +215,9 @@ void PrepareLight(const FrameSource& source, const Masters& masters, const std::
       std::copy_n(masters.flatMean, 3, flatMean);
       image->DarkFlat(image.get(), masters.dark.get(), masters.flat.get(), flatMin, flatMax, flatMean, 0.0f, 0.0,
                       nullptr, 0);
-      if (masters.flat) DropUnlitPixels(*image, *masters.flat);
+      DropUnlitPixels(*image, masters);
     }
-    if (frame.blankPixels > 0 || masters.flat)
+    if (frame.blankPixels > 0 || !masters.unlit.empty())
       RepairBlankPixels(*image, frame.mosaic.kind == MosaicLayout::Kind::Bayer ? 2 : 1);
     if (frame.mosaic.kind == MosaicLayout::Kind::Bayer) {
       image = Develop(std::move(image), frame.mosaic.number);

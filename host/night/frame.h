@@ -42,6 +42,11 @@ struct Masters {
   std::unique_ptr<CVynImage> dark;
   std::unique_ptr<CVynImage> flat;
   float flatMin[3] = {}, flatMax[3] = {}, flatMean[3] = {};
+  // Pixels of the flat that are 0: hardly lit, they say nothing of the sky.
+  struct Pixel {
+    int x, y, plane;
+  };
+  std::vector<Pixel> unlit;
   // What stands in `dark`: "dark" or "bias".
   std::string darkKind;
   int darkCount = 0, flatCount = 0;

@@ -212,6 +212,17 @@ void NormaliseFlat(CVynImage& flat, bool mosaicked) {
   }
 }
 
+void ListUnlit(Masters& masters) {
+  const CVynImage& flat = *masters.flat;
+  for (int p = 0; p < flat.GetPlanes(); ++p) {
+    for (int y = 0; y < flat.GetHeight(); ++y) {
+      const std::span<const float> row = ReadRow(flat, y, p, 0, flat.GetWidth());
+      for (int x = 0; x < flat.GetWidth(); ++x)
+        if (row[static_cast<std::size_t>(x)] == 0.0f) masters.unlit.push_back({x, y, p});
+    }
+  }
+}
+
 // Pixels that are hardly lit, and not-a-number, become 0.
 void MaskUnlit(CVynImage& flat, double least) {
   for (int p = 0; p < flat.GetPlanes(); ++p) {
@@ -267,6 +278,7 @@ Masters MakeMasters(const NightPlan& plan, const StackOptions& options, bool mos
     if (masters.flat) {
       MaskUnlit(*masters.flat, kLeastFlat);
       FlatStatistics(masters);
+      ListUnlit(masters);
     }
     steps.End("Master flat: " + (masters.flatCount
                                      ? "from " + Count(static_cast<std::size_t>(masters.flatCount), "flat")

@@ -172,9 +172,10 @@ std::vector<FrameScale> LevelFrames(std::vector<LightFrame>& frames, std::size_t
                                     const StackOptions& options) {
   std::vector<FrameScale> scales(frames.size());
   if (options.normalise == Normalisation::kScale) {
+    const TransparencyReference details(frames[reference]);
     ForFrames(frames.size(), [&](std::size_t i) {
       if (!frames[i].Used() || i == reference) return;
-      std::fill_n(scales[i].scale, 3, TransparencyRatio(frames[reference], frames[i]));
+      std::fill_n(scales[i].scale, 3, details.Ratio(frames[i]));
     });
   }
   ForFrames(frames.size(), [&](std::size_t i) {

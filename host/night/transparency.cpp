@@ -44,22 +44,19 @@ std::optional<double> BoxFlux(const CVynImage& image, double x, double y) {
   return sum - count * static_cast<double>(ring[ring.size() / 2]);
 }
 
-struct Place {
-  int x, y;
-};
+}  // namespace
 
 // The brightest pixel of each tile that stands clear of the noise and is not saturated.
-std::vector<Place> Details(const LightFrame& frame) {
-  const CVynImage& image = *frame.image;
+TransparencyReference::TransparencyReference(const LightFrame& reference) {
+  const CVynImage& image = *reference.image;
   const int plane = PlaneOf(image);
-  const double least = frame.quality.background[plane] + 20.0 * frame.quality.noise[plane];
+  const double least = reference.quality.background[plane] + 20.0 * reference.quality.noise[plane];
   double low, high;
   image.GetMinMax(plane, &low, &high);
-  const double most = frame.quality.background[plane] + 0.7 * (high - frame.quality.background[plane]);
-  std::vector<Place> details;
+  const double most = reference.quality.background[plane] + 0.7 * (high - reference.quality.background[plane]);
   for (int top = kRing; top + kTile <= image.GetHeight() - kRing; top += kTile) {
     for (int left = kRing; left + kTile <= image.GetWidth() - kRing; left += kTile) {
-      Place best = {-1, -1};
+      int bestX = -1, bestY = -1;
       float brightest = static_cast<float>(least);
       for (int y = top; y < top + kTile; ++y) {
         const auto* row = static_cast<const float*>(image.GetImageAdr(0, y, plane, 1, 0, nullptr));
@@ -67,19 +64,19 @@ std::vector<Place> Details(const LightFrame& frame) {
           // A detail is wider than a pixel; a hot pixel is not.
           if (row[x] > brightest && row[x - 1] + row[x + 1] > row[x]) {
             brightest = row[x];
-            best = {x, y};
+            bestX = x;
+            bestY = y;
           }
         }
       }
-      if (best.x >= 0 && brightest < most) details.push_back(best);
+      if (bestX < 0 || brightest >= most) continue;
+      const auto flux = BoxFlux(image, bestX, bestY);
+      if (flux && *flux > 0.0) details_.push_back({bestX, bestY, *flux});
     }
   }
-  return details;
 }
 
-}  // namespace
-
-double TransparencyRatio(const LightFrame& reference, const LightFrame& frame) {
+double TransparencyReference::Ratio(const LightFrame& frame) const {
   const CVynImage& image = *frame.image;
   const double cx = (image.GetWidth() - 1) / 2.0;
   const double cy = (image.GetHeight() - 1) / 2.0;
@@ -88,12 +85,11 @@ double TransparencyRatio(const LightFrame& reference, const LightFrame& frame) {
   const double c = std::cos(angle);
   const double s = std::sin(angle);
   std::vector<double> ratios;
-  for (const Place& place : Details(reference)) {
-    const double px = place.x - cx;
-    const double py = place.y - cy;
+  for (const Detail& detail : details_) {
+    const double px = detail.x - cx;
+    const double py = detail.y - cy;
     const auto there = BoxFlux(image, c * px - s * py + cx + g.dx, s * px + c * py + cy + g.dy);
-    const auto here = BoxFlux(*reference.image, place.x, place.y);
-    if (there && here && *there > 0.0 && *here > 0.0) ratios.push_back(*here / *there);
+    if (there && *there > 0.0) ratios.push_back(detail.flux / *there);
   }
   if (ratios.size() < kFewest) return 1.0;
   const auto middle = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
