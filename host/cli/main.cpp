@@ -20,6 +20,8 @@ int RunProgram(int argc, char** argv) {
   program.name("qmr");
   program.set_version_flag("--version", std::string("qmr ") + qmr::kVersion);
   program.require_subcommand(1);
+  // --threads may stand behind the command as well.
+  program.fallthrough();
   program.footer(
       "Exit codes: 0 done, 64 usage, 65 bad data, 66 no input, 73 cannot create, 74 input or output error,\n"
       "130 interrupted. `qmr COMMAND --help` explains a command.");
@@ -31,7 +33,6 @@ int RunProgram(int argc, char** argv) {
   qmr::AddStack(program, run);
   qmr::AddSimulate(program, run);
   qmr::AddInfo(program, run);
-  program.fallthrough();
   try {
     program.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -182,7 +182,9 @@ void CImgMedianComposit::CalcRows(const qmr::StackRule& rule, bool normalized, i
   }
 }
 
-void CImgMedianComposit::Calc(int yStart, int yEnd) { CalcStrip({}, false, yStart, yEnd); }
+void CImgMedianComposit::Calc(int yStart, int yEnd) {
+  CalcStrip({}, false, yStart, yEnd);
+}
 
 void CImgMedianComposit::Calc(double kappa, int yStart, int yEnd, int dropRejected) {
   CalcStrip({qmr::StackMethod::kClippedMean, kappa, dropRejected != 0, false}, false, yStart, yEnd);
@@ -196,7 +198,9 @@ void CImgMedianComposit::CalcMin(int yStart, int yEnd) {
   CalcStrip({qmr::StackMethod::kMinimum, 0.0, false, false}, false, yStart, yEnd);
 }
 
-void CImgMedianComposit::NewCalc(int yStart, int yEnd) { CalcStrip({}, true, yStart, yEnd); }
+void CImgMedianComposit::NewCalc(int yStart, int yEnd) {
+  CalcStrip({}, true, yStart, yEnd);
+}
 
 void CImgMedianComposit::NewCalc(double kappa, int yStart, int yEnd) {
   CalcStrip({qmr::StackMethod::kClippedMean, kappa, false, true}, true, yStart, yEnd);

@@ -17,8 +17,9 @@ std::vector<Comparator> SortNetwork(int count);
 // The steps of `network` that the wires first..last of the result depend on; their values are the same, bit for bit.
 std::vector<Comparator> PruneNetwork(const std::vector<Comparator>& network, int count, int first, int last);
 
-// Runs the steps on rows of Lanes values; wire w is rows[w * Lanes] .. rows[w * Lanes + Lanes - 1]. Equal values and
-// not-a-number may change places, no value is lost.
+// Runs the steps on rows of Lanes values; wire w is rows[w * Lanes] .. rows[w * Lanes + Lanes - 1]. Not for
+// not-a-number; of a negative and a positive zero one sign may be lost. The two conditions differ because compilers
+// make vector minima and maxima of them, but a branch of two choices by one condition.
 template <int Lanes, class Value>
 void RunNetwork(const std::vector<Comparator>& network, Value* rows) {
   for (const Comparator step : network) {
@@ -29,7 +30,7 @@ void RunNetwork(const std::vector<Comparator>& network, Value* rows) {
       const Value a = low[i];
       const Value b = high[i];
       low[i] = a < b ? a : b;
-      high[i] = a < b ? b : a;
+      high[i] = a > b ? a : b;
     }
   }
 }

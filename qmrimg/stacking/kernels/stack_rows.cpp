@@ -20,7 +20,9 @@ bool NanLast(Value a, Value b) {
   return a < b || (a == a && b != b);
 }
 
-double Levelled(double v, const StackLevels& l) { return (v - l.offset) * l.gain + l.base; }
+double Levelled(double v, const StackLevels& l) {
+  return (v - l.offset) * l.gain + l.base;
+}
 
 // ---- One pixel -----------------------------------------------------------------------------------------------------
 
@@ -151,28 +153,35 @@ void BlockMedians(const SortBlock<Work>& block, int frames, bool full, double* m
   }
 }
 
-// The steps of ClippedMeanOf on all pixels at once.
-template <class Work>
+// The steps of ClippedMeanOf on all pixels at once; Full: every pixel has a value of every frame.
+template <bool Full, class Work>
 void BlockClippedMeans(const SortBlock<Work>& block, int frames, const StackRule& rule, const double* median,
                        float* out) {
   constexpr int kWidth = SortBlock<Work>::kWidth;
   const Work* const rows = block.rows;
   double n[kWidth], mean[kWidth], low[kWidth], high[kWidth];
   double sum[kWidth] = {}, squares[kWidth] = {}, kept[kWidth] = {}, count[kWidth] = {};
+#pragma omp simd
   for (int i = 0; i < kWidth; ++i) n[i] = block.n[i];
   for (int f = 0; f < frames; ++f) {
     const Work* const row = rows + f * kWidth;
+    const double wire = f;
 #pragma omp simd
-    for (int i = 0; i < kWidth; ++i) sum[i] += f < n[i] ? static_cast<double>(row[i]) : 0.0;
+    for (int i = 0; i < kWidth; ++i) {
+      const double v = static_cast<double>(row[i]);
+      sum[i] += Full || wire < n[i] ? v : 0.0;
+    }
   }
 #pragma omp simd
   for (int i = 0; i < kWidth; ++i) mean[i] = sum[i] / n[i];
   for (int f = 0; f < frames; ++f) {
     const Work* const row = rows + f * kWidth;
+    const double wire = f;
 #pragma omp simd
     for (int i = 0; i < kWidth; ++i) {
       const double d = static_cast<double>(row[i]) - mean[i];
-      squares[i] += f < n[i] ? d * d : 0.0;
+      const double square = d * d;
+      squares[i] += Full || wire < n[i] ? square : 0.0;
     }
   }
   const double kappa = rule.kappa;
@@ -184,12 +193,16 @@ void BlockClippedMeans(const SortBlock<Work>& block, int frames, const StackRule
   }
   for (int f = 0; f < frames; ++f) {
     const Work* const row = rows + f * kWidth;
+    const double wire = f;
 #pragma omp simd
     for (int i = 0; i < kWidth; ++i) {
+      // One choice after the other: the baseline processor has vector forms of these, not of a joint condition.
       const double v = static_cast<double>(row[i]);
-      const bool keep = (f < n[i]) & (low[i] <= v) & (v <= high[i]);
-      kept[i] += keep ? v : 0.0;
-      count[i] += keep ? 1.0 : 0.0;
+      double one = low[i] <= v ? 1.0 : 0.0;
+      one = v <= high[i] ? one : 0.0;
+      if constexpr (!Full) one = wire < n[i] ? one : 0.0;
+      kept[i] += one != 0.0 ? v : 0.0;
+      count[i] += one;
     }
   }
   for (int i = 0; i < kWidth; ++i) {
@@ -224,8 +237,10 @@ void SortedRow(StackPlan& plan, const Value* const* values, const Valid* const* 
     if (wantMedian) {
 #pragma omp simd
       for (int i = 0; i < kWidth; ++i) result[i] = static_cast<float>(median[i]);
+    } else if (full) {
+      BlockClippedMeans<true>(block, frames, plan.Rule(), median, result);
     } else {
-      BlockClippedMeans(block, frames, plan.Rule(), median, result);
+      BlockClippedMeans<false>(block, frames, plan.Rule(), median, result);
     }
     for (int i = 0; i < count; ++i)
       out[x + i] = block.notNumber[i] ? SortedPixel(plan, values, valid, levels, x + i) : result[i];
@@ -241,39 +256,47 @@ void RunningRow(const StackPlan& plan, const Value* const* values, const Valid* 
                        : method == StackMethod::kMinimum ? kMinimumStart
                                                          : 0.0;
   double state[kWidth];
-  int ok[kWidth];
-  int n[kWidth];
+  double ok[kWidth];
+  double n[kWidth];
   for (int x = 0; x < width; x += kWidth) {
     const int count = std::min(kWidth, width - x);
     std::fill_n(state, kWidth, start);
-    std::fill_n(ok, kWidth, 1);
-    std::fill_n(n, kWidth, 0);
+    std::fill_n(ok, kWidth, 1.0);
+    std::fill_n(n, kWidth, 0.0);
     for (int f = 0; f < plan.Frames(); ++f) {
       const Value* const v = values[f] + x;
-      for (int i = 0; i < count; ++i) {
-        if (valid) ok[i] = valid[f][x + i] ? 1 : 0;
-        n[i] += ok[i];
+      if (valid) {
+        const Valid* const flag = valid[f] + x;
+#pragma omp simd
+        for (int i = 0; i < count; ++i) ok[i] = flag[i] ? 1.0 : 0.0;
       }
+#pragma omp simd
+      for (int i = 0; i < count; ++i) n[i] += ok[i];
       if (method == StackMethod::kMaximum) {
 #pragma omp simd
         for (int i = 0; i < count; ++i) {
           const double value = static_cast<double>(v[i]);
-          state[i] = ((ok[i] != 0) & (value > state[i])) ? value : state[i];
+          const double larger = value > state[i] ? value : state[i];
+          state[i] = ok[i] != 0.0 ? larger : state[i];
         }
       } else if (method == StackMethod::kMinimum) {
 #pragma omp simd
         for (int i = 0; i < count; ++i) {
           const double value = static_cast<double>(v[i]);
-          state[i] = ((ok[i] != 0) & (value < state[i])) ? value : state[i];
+          const double smaller = value < state[i] ? value : state[i];
+          state[i] = ok[i] != 0.0 ? smaller : state[i];
         }
       } else {
 #pragma omp simd
-        for (int i = 0; i < count; ++i) state[i] += ok[i] != 0 ? static_cast<double>(v[i]) : 0.0;
+        for (int i = 0; i < count; ++i) {
+          const double value = static_cast<double>(v[i]);
+          state[i] += ok[i] != 0.0 ? value : 0.0;
+        }
       }
     }
     for (int i = 0; i < count; ++i) {
       const double value = method == StackMethod::kMean ? state[i] / n[i] : state[i];
-      out[x + i] = n[i] == 0 ? 0.0f : static_cast<float>(value);
+      out[x + i] = n[i] == 0.0 ? 0.0f : static_cast<float>(value);
     }
   }
 }

@@ -60,8 +60,7 @@ void StackRow(StackPlan& plan, const Value* const* values, const Valid* const* v
 
 extern template QMR_API void StackRow<double, int>(StackPlan&, const double* const*, const int* const*,
                                                    const StackLevels*, int, float*);
-extern template QMR_API void StackRow<float, std::uint8_t>(StackPlan&, const float* const*,
-                                                           const std::uint8_t* const*, const StackLevels*, int,
-                                                           float*);
+extern template QMR_API void StackRow<float, std::uint8_t>(StackPlan&, const float* const*, const std::uint8_t* const*,
+                                                           const StackLevels*, int, float*);
 
 }  // namespace qmr

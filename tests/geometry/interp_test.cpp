@@ -1,0 +1,253 @@
+// Samples at single positions.
+#include "qmrimg/geometry/interp.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "qmrimg/geometry/kernels/weights.h"
+#include "tests/geometry/interp_reference.h"
+
+namespace qmr::test {
+namespace {
+
+TEST(Interp, NamesOfMethods) {
+  const wchar_t* const names[] = {L"Bilinear", L"Bicubic", L"Lanczos2", L"Lanczos3", L"NearestNeighbor"};
+  for (int i = 0; i < 5; ++i) {
+    CString name = CInterp::GetEngString(i);
+    EXPECT_TRUE(name == names[i]);
+    EXPECT_FALSE(CInterp::GetString(i).IsEmpty());
+    name.MakeLower();
+    EXPECT_EQ(CInterp::GetMethod(name), i);
+  }
+  CString unknown(L"Lanczos");
+  EXPECT_EQ(CInterp::GetMethod(unknown), -1);
+  EXPECT_TRUE(CInterp::GetString(5).IsEmpty());
+  EXPECT_TRUE(CInterp::GetEngString(-1).IsEmpty());
+}
+
+TEST(Interp, KernelsFollowTheirFormulas) {
+  EXPECT_EQ(CInterp::KernelBicubic(0.0, -0.5), 1.0);
+  EXPECT_EQ(CInterp::KernelBicubic(-1.0, -0.5), 0.0);
+  EXPECT_EQ(CInterp::KernelBicubic(0.5, -0.5), 0.5625);
+  EXPECT_EQ(CInterp::KernelBicubic(-1.5, -0.5), -0.0625);
+  EXPECT_EQ(CInterp::KernelBicubic(2.5, -0.5), 0.0);
+  EXPECT_EQ(CInterp::KernelLanczos(0.0, 3.0), 1.0);
+  EXPECT_EQ(CInterp::KernelLanczos(1e-200, 3.0), 1.0);
+  EXPECT_EQ(CInterp::KernelLanczos(3.1, 3.0), 0.0);
+  const double p = 1.25 * 3.141592653589793;
+  EXPECT_NEAR(CInterp::KernelLanczos(-1.25, 3.0), std::sin(p / 3) * std::sin(p) * 3 / (p * p), 4e-16);
+  // The windows' weights are the kernel at the distances of their taps.
+  double worst = 0.0;
+  for (int i = 0; i <= 20000; ++i) {
+    const double f = i / 20000.0;
+    double two[4], three[6];
+    Lanczos2Taps::Weights(f, two, 1);
+    Lanczos3Taps::Weights(f, three, 1);
+    for (int k = 0; k < 4; ++k) worst = std::max(worst, std::fabs(two[k] - CInterp::KernelLanczos(f + 1 - k, 2)));
+    for (int k = 0; k < 6; ++k) worst = std::max(worst, std::fabs(three[k] - CInterp::KernelLanczos(f + 2 - k, 3)));
+  }
+  EXPECT_LE(worst, 2e-15);
+}
+
+TEST(Interp, CalcSumsRowsThenColumns) {
+  double weightsX[] = {1.0, 1e16, -1e16};
+  double weightsY[] = {1.0, 0.5, 0.0};
+  float pixels[] = {1, 1, 1, 2, 2, 2, 9, 9, 9};
+  // Each row's 1.0 is lost in 1e16 when the columns are added in their order.
+  EXPECT_EQ(CInterp::Calc(weightsY, pixels, weightsX, 3), 0.0f);
+  EXPECT_EQ(CInterp::Calc(weightsY, pixels, weightsY, 2), 2.5f);
+}
+
+class Sampling : public testing::TestWithParam<int> {};
+
+TEST_P(Sampling, AgreesWithTheFormulasOnAwkwardImages) {
+  const int method = GetParam();
+  Random random(7);
+  for (const auto& [width, height] : {std::pair{23, 17}, {1, 1}, {1, 9}, {7, 1}, {2, 3}}) {
+    CVynImage image;
+    Shape(image, width, height, 3);
+    FillNoise(image, 5, -100.0, 3000.0);
+    const CInterp bound(method, &image, 0);
+    int unequal = 0;
+    for (int i = 0; i < 2000; ++i) {
+      double x = random.Uniform(0.0, width);
+      double y = random.Uniform(0.0, height);
+      // Exact columns and rows, both ends of the accepted range and tiny fractions.
+      if (i % 5 == 0) x = std::floor(x);
+      if (i % 7 == 0) y = std::floor(y);
+      if (i % 31 == 0) x = width;
+      if (i % 37 == 0) y = height;
+      if (i % 41 == 0) x = std::nextafter(std::floor(x), 0.0);
+      if (i % 43 == 0) x = 1e-170;
+      if (x < 0.0) x = 0.0;
+      float expected = 0.0f;
+      ASSERT_TRUE(ReferenceSample(image, method, i % 3, x, y, &expected) || x == 1e-170);
+      if (x == 1e-170) ReferenceSample(image, method, i % 3, 0.0, y, &expected);
+      const float actual = bound.Do(x, y, i % 3);
+      EXPECT_NEAR(actual, expected, 4e-4) << method << " at " << x << ", " << y << " of " << width << " x " << height;
+      unequal += actual != expected;
+    }
+    EXPECT_LE(unequal, 4);
+  }
+}
+
+TEST_P(Sampling, WindowMembersNeedNoBinding) {
+  const int method = GetParam();
+  CVynImage image, other;
+  Shape(image, 9, 21, 2);
+  FillNoise(image, 3);
+  Shape(other, 3, 3, 1);
+  const CInterp bound(method, &image, 0);
+  const CInterp loose(method);
+  const CInterp elsewhere(method, &other, 0);
+  const auto member = [&](const CInterp& interp, double x, double y, float* out) {
+    switch (method) {
+      case 0:
+        return interp.Bilinear(&image, 1, x, y, out);
+      case 1:
+        return interp.Bicubic(&image, 1, x, y, out);
+      case 2:
+        return interp.Lanczos2(&image, 1, x, y, out);
+      case 3:
+        return interp.Lanczos3(&image, 1, x, y, out);
+      default:
+        return interp.Nearest(&image, 1, x, y, out);
+    }
+  };
+  for (double y = 0.0; y <= 21.0; y += 0.37) {
+    const float expected = bound.Do(4.3, y, 1);
+    for (const CInterp* interp : {&bound, &loose, &elsewhere}) {
+      float value = -1.0f;
+      EXPECT_EQ(member(*interp, 4.3, y, &value), 1);
+      EXPECT_EQ(value, expected) << y;
+    }
+  }
+  float kept = 5.0f;
+  EXPECT_EQ(loose.Bicubic(nullptr, 0, 1.0, 1.0, &kept), 0);
+  EXPECT_EQ(kept, 5.0f);
+}
+
+INSTANTIATE_TEST_SUITE_P(Methods, Sampling, testing::Range(0, 5));
+
+TEST(Interp, RefusedPositions) {
+  CVynImage image;
+  Shape(image, 8, 6, 1);
+  FillNoise(image, 1, 10.0, 20.0);
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  for (int method = 0; method < 4; ++method) {
+    const CInterp interp(method, &image, 0);
+    EXPECT_NE(interp.Do(8.0, 2.5, 0), 0.0f);
+    EXPECT_EQ(interp.Do(8.001, 2.5, 0), 0.0f);
+    EXPECT_EQ(interp.Do(2.5, 6.001, 0), 0.0f);
+    EXPECT_EQ(interp.Do(-1e-9, 2.5, 0), 0.0f);
+    EXPECT_EQ(interp.Do(2.5, nan, 0), 0.0f);
+    EXPECT_EQ(interp.Do(2.5, 2.5, 1), 0.0f);
+    EXPECT_EQ(interp.Do(2.5, 2.5, -1), 0.0f);
+  }
+  const CInterp nearest(4, &image, 0);
+  EXPECT_EQ(nearest.Do(-0.4, 1.0, 0), At(image, 0, 0, 1));
+  EXPECT_EQ(nearest.Do(-3.0, 1e300, 0), At(image, 0, 0, 5));
+  EXPECT_EQ(nearest.Do(7.6, -1e300, 0), At(image, 0, 7, 0));
+  EXPECT_EQ(nearest.Do(nan, 0.5, 0), At(image, 0, 0, 1));
+  EXPECT_EQ(CInterp(5, &image, 0).Do(2.0, 2.0, 0), 0.0f);
+}
+
+TEST(Interp, ZeroWeightsKeepInfinitiesOut) {
+  CVynImage image;
+  Shape(image, 4, 4, 1);
+  Fill(image, [](int, int x, int y) {
+    return x == 2 || y == 2 ? std::numeric_limits<float>::infinity() : static_cast<float>(x + 10 * y);
+  });
+  const CInterp interp(0, &image, 0);
+  EXPECT_EQ(interp.Do(1.0, 1.0, 0), 11.0f);
+  EXPECT_EQ(interp.Do(1.0, 0.5, 0), 6.0f);
+  EXPECT_EQ(interp.Do(0.5, 1.0, 0), 10.5f);
+}
+
+TEST(Interp, PixelFormMapsShiftRotationAndScale) {
+  CVynImage image;
+  Shape(image, 31, 27, 3);
+  FillNoise(image, 11, 0.0, 1000.0);
+  for (int p = 0; p < 3; ++p) image.SetLevel(p, 10.0 * p, 500.0 + p);
+  image.SetStdCtr(14.25, 12.5);
+  OpenInterp shifted(1);
+  shifted.SetBParam(&image, 2.25, -1.5, 0.5, 1.0, 2.0, 1, -1, -9.0f);
+  EXPECT_EQ(shifted.shiftType, 1);
+  EXPECT_FALSE(shifted.rowTable);
+  shifted.SetBParam(&image, 2.0, -1.0, 0.5, 1.0, 2.0, 1, -1, -9.0f);
+  EXPECT_EQ(shifted.shiftType, 0);
+
+  const double sine = std::sin(0.3), cosine = std::cos(0.3);
+  for (const auto& [s, c] : {std::pair{0.0, 1.0}, {sine, cosine}}) {
+    CInterp interp(1);
+    const double scale = 0.8;
+    interp.SetBParam(&image, 2.25, -1.5, s, c, scale, 1, -1, -9.0f);
+    const CInterp sampler(1, &image, 0);
+    int inside = 0;
+    for (int y = -3; y < 32; ++y) {
+      for (int x = -3; x < 36; ++x) {
+        const double dx = x - 14.25 - 2.25, dy = 12.5 - y - 1.5;
+        const bool plain = s == 0.0;
+        const double sx = plain ? x - 2.25 : c * dx - s * dy + 14.25;
+        const double sy = plain ? y + 1.5 : 12.5 - (s * dx + c * dy);
+        const bool in = sx >= 0 && sx < 31 && sy >= 0 && sy < 27;
+        double atX = 0.0, atY = 0.0;
+        int outside = 7;
+        const float raw = interp.GetBPixelGrayRaw(x, y, &outside, &atX, &atY);
+        const float scaled = interp.GetBPixelGray256f(x, y, nullptr, nullptr, nullptr);
+        ASSERT_NEAR(atX, sx, 1e-12);
+        ASSERT_NEAR(atY, sy, 1e-12);
+        ASSERT_EQ(outside, in ? 0 : 1);
+        if (!in) {
+          EXPECT_EQ(raw, -9.0f);
+          EXPECT_EQ(scaled, -9.0f);
+        } else {
+          ++inside;
+          // Beyond the last column and row the position is held there.
+          const double hx = std::min(atX, 30.0), hy = std::min(atY, 26.0);
+          float v[3], w[3];
+          for (int p = 0; p < 3; ++p) {
+            v[p] = sampler.Do(hx, hy, p);
+            w[p] = static_cast<float>((v[p] - 10.0 * p) / (500.0 + p - 10.0 * p) * 255.0);
+          }
+          EXPECT_FLOAT_EQ(raw, static_cast<float>(0.299 * v[0] + 0.587 * v[1] + 0.114 * v[2]));
+          EXPECT_FLOAT_EQ(scaled, static_cast<float>(0.299 * w[0] + 0.587 * w[1] + 0.114 * w[2]));
+        }
+        // With the scale, about the centre.
+        const double lx = plain ? (x - 14.25 - 2.25) * scale + 14.25 : (c * dx - s * dy) * scale + 14.25;
+        const double ly = plain ? (y - 12.5 + 1.5) * scale + 12.5 : 12.5 - (s * dx + c * dy) * scale;
+        const bool lit = lx >= 0 && lx < 31 && ly >= 0 && ly < 27;
+        const double hx = std::min(lx, 30.0), hy = std::min(ly, 26.0);
+        double a = 0.0, b = 0.0;
+        interp.GetPixelAb(x, y, &a, &b);
+        EXPECT_NEAR(interp.GetPixelL(x, y), lit ? sampler.Do(hx, hy, 0) : -9.0f, 1e-3);
+        EXPECT_NEAR(a, lit ? sampler.Do(hx, hy, 0) : -9.0f, 1e-3);
+        EXPECT_NEAR(b, lit ? sampler.Do(hx, hy, 1) : -9.0f, 1e-3);
+      }
+    }
+    EXPECT_GT(inside, 500);
+  }
+}
+
+TEST(Interp, PixelFormOfFewerPlanes) {
+  CVynImage mono, two;
+  Shape(mono, 5, 5, 1);
+  FillNoise(mono, 2);
+  Shape(two, 5, 5, 2);
+  FillNoise(two, 3);
+  CInterp interp(0);
+  for (const int plane : {-1, 0, 2}) {
+    interp.SetBParam(&mono, 0.0, 0.0, 0.0, 1.0, 1.0, 0, plane, 0.0f);
+    EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(mono, 0, 2, 3));
+  }
+  interp.SetBParam(&two, 0.0, 0.0, 0.0, 1.0, 1.0, 0, 1, 0.0f);
+  EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(two, 1, 2, 3));
+  interp.SetBParam(&two, 0.0, 0.0, 0.0, 1.0, 1.0, 0, -1, 0.0f);
+  EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(two, 0, 2, 3));
+}
+
+}  // namespace
+}  // namespace qmr::test
