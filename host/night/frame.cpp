@@ -31,14 +31,6 @@ std::optional<int> CameraPattern(const CVynImage& image) {
   return pattern;
 }
 
-std::string Size(const CVynImage& image) {
-  return std::to_string(image.GetWidth()) + " x " + std::to_string(image.GetHeight());
-}
-
-bool SameSize(const CVynImage& a, const CVynImage& b) {
-  return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
-}
-
 std::unique_ptr<CVynImage> Develop(std::unique_ptr<CVynImage> mosaic, int pattern) {
   tagBayerStruct bayer = {};
   bayer.pattern = pattern;
@@ -90,6 +82,14 @@ int SampleStep(const CVynImage& image) {
 }
 
 }  // namespace
+
+bool SameSize(const CVynImage& a, const CVynImage& b) {
+  return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
+}
+
+std::string SizeText(const CVynImage& image) {
+  return std::to_string(image.GetWidth()) + " x " + std::to_string(image.GetHeight());
+}
 
 void RepairBlankPixels(CVynImage& image, int step) {
   const int width = image.GetWidth();
@@ -204,7 +204,7 @@ void PrepareLight(const FrameSource& source, const Masters& masters, const std::
                                                                {masters.flat.get(), "flat"}};
     for (const auto& [master, kind] : frames) {
       if (master && !SameSize(*master, *image)) {
-        frame.leftOut = "it is " + Size(*image) + ", the master " + kind + " is " + Size(*master);
+        frame.leftOut = "it is " + SizeText(*image) + ", the master " + kind + " is " + SizeText(*master);
         return;
       }
     }

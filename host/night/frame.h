@@ -57,6 +57,10 @@ struct Masters {
 std::unique_ptr<CVynImage> LoadImage(const FrameSource& source, LightFrame& facts,
                                      const std::optional<std::string>& bayer);
 
+bool SameSize(const CVynImage& a, const CVynImage& b);
+// "3000 x 2000"
+std::string SizeText(const CVynImage& image);
+
 // Replaces not-a-number pixels by the median of the good pixels around them, in rows and columns `step` apart (2 on a
 // mosaic: the same colour). Pixels with fewer than three good ones near stay as they are.
 void RepairBlankPixels(CVynImage& image, int step);

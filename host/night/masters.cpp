@@ -57,25 +57,23 @@ Loaded LoadFrames(const std::vector<FrameSource>& sources, const char* kind, Ste
     }
     steps.Advance(1);
   });
+  const auto same = [](const CVynImage& a, const CVynImage& b) {
+    return SameSize(a, b) && a.GetPlanes() == b.GetPlanes();
+  };
   const CVynImage* common = nullptr;
   long most = 0;
   for (const auto& image : images) {
     if (!image) continue;
-    const long same = std::count_if(images.begin(), images.end(), [&](const auto& other) {
-      return other && other->GetWidth() == image->GetWidth() && other->GetHeight() == image->GetHeight() &&
-             other->GetPlanes() == image->GetPlanes();
-    });
-    if (same > most) {
-      most = same;
+    const long alike =
+        std::count_if(images.begin(), images.end(), [&](const auto& other) { return other && same(*other, *image); });
+    if (alike > most) {
+      most = alike;
       common = image.get();
     }
   }
   for (std::size_t i = 0; i < count; ++i) {
-    if (images[i] && (images[i]->GetWidth() != common->GetWidth() || images[i]->GetHeight() != common->GetHeight() ||
-                      images[i]->GetPlanes() != common->GetPlanes()))
-      reasons[i] = "it is " + std::to_string(images[i]->GetWidth()) + " x " + std::to_string(images[i]->GetHeight()) +
-                   ", most frames are " + std::to_string(common->GetWidth()) + " x " +
-                   std::to_string(common->GetHeight());
+    if (images[i] && !same(*images[i], *common))
+      reasons[i] = "it is " + SizeText(*images[i]) + ", most frames are " + SizeText(*common);
     if (!reasons[i].empty()) leftOut.push_back({sources[i].path, reasons[i]});
   }
   for (std::size_t i = 0; i < count; ++i) {
@@ -158,10 +156,6 @@ void SubtractImage(CVynImage& image, const CVynImage& what) {
       for (std::size_t x = 0; x < rows.to.size() && x < less.size(); ++x) rows.to[x] -= less[x];
     });
   }
-}
-
-bool SameSize(const CVynImage& a, const CVynImage& b) {
-  return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
 }
 
 // The frames of one role: the folder's, those that the option names, or none.

@@ -148,7 +148,9 @@ void Register(std::vector<LightFrame>& frames, std::size_t reference, const Stac
   if (options.align == AlignMode::kNone) return;
   steps.Begin("Registering", static_cast<std::int64_t>(frames.size()));
   const RegistrationReference onto(*frames[reference].image, options.align);
-  ForFrames(frames.size(), [&](std::size_t i) {
+  // Side by side whatever their number: the transforms of one frame are too small to be worth several threads.
+  ForRows(0, static_cast<int>(frames.size()), [&](int at) {
+    const auto i = static_cast<std::size_t>(at);
     LightFrame& frame = frames[i];
     if (frame.Used() && i != reference) {
       std::variant<Registration, std::string> result = onto.Measure(*frame.image);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -117,6 +118,59 @@ TEST(Program, StacksANightOntoTheTruth) {
   ASSERT_TRUE(coverage);
   EXPECT_EQ(coverage->Row(0, 150)[210], 7.0f);
   EXPECT_LT(coverage->Row(0, 0)[0], 7.0f);
+}
+
+// Pixels of the sky that differ from the noise-free scene by more than eight deviations, after a straight-line fit.
+int Outliers(const std::string& stackPath, const std::string& scenePath) {
+  const auto stack = ReadImageFile(stackPath);
+  const auto scene = ReadImageFile(scenePath);
+  EXPECT_TRUE(stack && scene);
+  constexpr int kEdge = 24;
+  std::vector<double> s, r;
+  for (int y = kEdge; y < scene->height - kEdge; ++y) {
+    for (int x = kEdge; x < scene->width - kEdge; ++x) {
+      s.push_back(scene->Row(0, y)[x]);
+      r.push_back(stack->Row(0, y)[x]);
+    }
+  }
+  std::vector<double> sorted = s;
+  std::sort(sorted.begin(), sorted.end());
+  const double sky = sorted[sorted.size() * 8 / 10];
+  double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    if (s[i] >= sky) continue;
+    n += 1;
+    sx += s[i];
+    sy += r[i];
+    sxx += s[i] * s[i];
+    sxy += s[i] * r[i];
+  }
+  const double slope = (n * sxy - sx * sy) / (n * sxx - sx * sx);
+  const double base = (sy - slope * sx) / n;
+  std::vector<double> residual;
+  for (std::size_t i = 0; i < s.size(); ++i)
+    if (s[i] < sky) residual.push_back(std::fabs(r[i] - slope * s[i] - base));
+  std::vector<double> order = residual;
+  std::sort(order.begin(), order.end());
+  const double sigma = 1.4826 * order[order.size() / 2];
+  return static_cast<int>(std::count_if(residual.begin(), residual.end(), [&](double d) { return d > 8 * sigma; }));
+}
+
+TEST(Program, TrailsRaysAndHotPixelsAreRejected) {
+  const TemporaryFolder folder;
+  const std::string night =
+      MakeNight(folder, {"--lights", "14", "--trails", "4", "--hot-pixels", "2000", "--cosmic-rays", "200", "--nebula",
+                         "0", "--scene", "--drift-kind", "uniform"});
+  const auto outliers = [&](const std::string& method) {
+    const Outcome o = RunQmr({"stack", night, "--dark", "none", "--combine", method, "--reference", "light_00001.fit",
+                              "-o", folder.Path("s.fit"), "--quiet"});
+    EXPECT_EQ(o.code, 0) << o.err;
+    return Outliers(folder.Path("s.fit"), night + "/truth_scene.fit");
+  };
+  const int average = outliers("average");
+  EXPECT_GT(average, 500);
+  EXPECT_LT(outliers("kappa-sigma"), average / 20);
+  EXPECT_LT(outliers("median"), average / 50);
 }
 
 TEST(Program, DevelopsAColourNight) {
