@@ -8,6 +8,7 @@
 #include "host/cli/commands.h"
 #include "host/cli/interrupt.h"
 #include "host/cli/terminal_steps.h"
+#include "host/files/file_error.h"
 #include "host/night/failure.h"
 #include "host/simulate/options.h"
 #include "qmrimg/store/parallel.h"
@@ -46,7 +47,7 @@ int RunSimulate(Arguments& arguments) {
   const SimulateResult result = Simulate(night, arguments.folder, progress);
   if (result.cancelled) throw Failure(kExitInterrupted, "interrupted, nothing is left behind");
   if (!result.Ok()) throw Failure(kExitCannotCreate, result.error);
-  steps.End("Simulated " + std::to_string(result.frames) + " frames in " + arguments.folder + ", seed " +
+  steps.End("Simulated " + std::to_string(result.frames) + " frames in " + PrintablePath(arguments.folder) + ", seed " +
             std::to_string(night.seed));
   return kExitDone;
 }

@@ -60,16 +60,12 @@ NightPlan MakePlan(const StackOptions& options) {
   return plan;
 }
 
-// An output in a folder that does not exist would be noticed only after all the work.
+// An output that can't be made would otherwise be noticed only after all the work.
 void CheckOutputs(const StackOptions& options) {
   for (const std::string& path : {options.output, options.preview, options.coverage, options.report}) {
     if (path.empty()) continue;
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    std::error_code error;
-    if (!folder.empty() && !std::filesystem::is_directory(folder, error))
-      throw Failure(kExitCannotCreate, PrintablePath(path) + ": no such folder");
-    if (std::filesystem::is_directory(path, error))
-      throw Failure(kExitCannotCreate, PrintablePath(path) + ": is a folder");
+    const AtomicFile probe(path);
+    if (!probe.Good()) throw Failure(kExitCannotCreate, probe.Error()->Message());
   }
 }
 

@@ -17,7 +17,10 @@ CFilterBlock::~CFilterBlock() {
 }
 
 int CFilterBlock::Set(CVynImage* from, int blockRadius, int firstColumn, int centre, int plane, int mode) {
-  if (!from || firstColumn >= from->GetWidth() || !from->GetImageAdr(firstColumn, 0, plane, 1, 0, nullptr)) return 0;
+  // Where there is a last row, there are all of them.
+  if (!from || from->GetBitsPixel() != -32 || firstColumn >= from->GetWidth() ||
+      !from->GetImageAdr(firstColumn, from->GetHeight() - 1, plane, 1, 0, nullptr))
+    return 0;
   if (image && image != from) image->UnlockAll();
   blockRadius = std::max(blockRadius, 0);
   if (blockRadius != radius || rows.empty()) rows.resize(2 * static_cast<std::size_t>(blockRadius) + 1);

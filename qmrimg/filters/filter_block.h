@@ -22,7 +22,8 @@ class QMR_API CFilterBlock {
   virtual ~CFilterBlock();
 
   // Moves the window. The row addresses start at column `left`, which is 0 in all ordinary use; bit 1 of `mode`
-  // pins the rows. 0 when the image has no such plane or column, and then the window stays as it was.
+  // pins the rows. 0 when the image has no such plane or column or no float samples, and then the window stays as it
+  // was.
   int Set(CVynImage* image, int radius, int left, int centreRow, int plane, int mode);
   // The pixel at image coordinates; 0.0 outside the window's rows or the image's columns.
   float GetPixel(int x, int y) const;

@@ -120,6 +120,7 @@ int CFilterMatrix::SetLaplacian(int newRadius, double limit) {
 
 int CFilterMatrix::SetSharpen(double limit, double weight) {
   if (!Alloc(std::max(1, qmr::TruncateToInt(limit)), 0, 1)) return 0;
+  if (limit == kOwnRadius) limit = radius;
   int cells = 0;
   for (int y = -radius; y <= radius; ++y) {
     for (int x = -radius; x <= radius; ++x) {
@@ -174,6 +175,21 @@ int CFilterMatrix::SetLine(int newRadius, double length, double angle, double we
   *At(0, 0) = static_cast<float>((1.0f - rest) * weight);
   Normalize();
   return 1;
+}
+
+int CFilterMatrix::SetCfaCross(int colour, int bayer) {
+  if (colour < 0 || colour > 2) return 0;
+  const bool green = colour == 1;
+  // Bayer greens are neighbours diagonally, honeycomb greens at two steps along rows and columns; the other colours
+  // the opposite way, at two steps.
+  const bool diagonal = green == (bayer != 0);
+  const int step = green && bayer ? 1 : 2;
+  if (!Alloc(step, 0, 1)) return 0;
+  if (diagonal)
+    *At(-step, -step) = *At(step, -step) = *At(-step, step) = *At(step, step) = 1.0f;
+  else
+    *At(0, -step) = *At(-step, 0) = *At(step, 0) = *At(0, step) = 1.0f;
+  return 4;
 }
 
 void CFilterMatrix::Normalize() {

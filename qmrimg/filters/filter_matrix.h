@@ -44,6 +44,10 @@ class QMR_API CFilterMatrix {
   // A directional high-pass kernel: a line of `length` pixels at `angle` degrees, normalised. `weight` scales the
   // centre.
   int SetLine(int radius, double length, double angle, double weight);
+  // Four 1.0 where the nearest samples of the same colour stand around a sample of an undeveloped frame: Bayer when
+  // `bayer` is non-zero, honeycomb otherwise. `colour` 0, 1 (green) or 2. Gives 4, or 0 for another colour, and then
+  // the kernel stays as it was.
+  int SetCfaCross(int colour, int bayer);
   // Divides all values by their float sum, unless that is 0.
   void Normalize();
 

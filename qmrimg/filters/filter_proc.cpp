@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -165,7 +166,7 @@ int CFilterProc::SlideRing(int y) {
   const int t = CParallel::GetThreadNum();
   if (IsEmpty() || t < 0 || t >= threads || source->GetWidth() < width) return 0;
   const int height = source->GetHeight();
-  if (!source->GetImageAdr(0, 0, plane, 1, 0, nullptr)) return 0;
+  if (source->GetBitsPixel() != -32 || !source->GetImageAdr(0, height - 1, plane, 1, 0, nullptr)) return 0;
   if (lastRow[t] == y && y != kNoRow) return 1;
 
   std::int64_t delta = static_cast<std::int64_t>(lastRow[t]) - y;
@@ -217,6 +218,16 @@ float CFilterProc::SumColumn(int x) const {
 }
 
 CFilterProcEx::CFilterProcEx() = default;
+CFilterProcEx::CFilterProcEx(const CFilterProcEx& src) {
+  *this = src;
+}
+
+CFilterProcEx& CFilterProcEx::operator=(const CFilterProcEx& src) {
+  std::copy(std::begin(src.procs), std::end(src.procs), procs);
+  current = procs + (src.current - src.procs);
+  return *this;
+}
+
 CFilterProcEx::~CFilterProcEx() = default;
 
 int CFilterProcEx::Make(CVynImage* source, CFilterMatrix* matrix, int plane, int normalize) {
@@ -230,10 +241,12 @@ void CFilterProcEx::Clear() {
 }
 
 void CFilterProcEx::SetPln(int plane) {
-  current = Get(plane) ? plane : 0;
+  CFilterProc* const proc = Get(plane);
+  current = proc ? proc : procs;
 }
+
 float CFilterProcEx::Calc(int x, int y) {
-  return procs[current].Calc(x, y);
+  return current->Calc(x, y);
 }
 
 float CFilterProcEx::Calc(int x, int y, int plane) {

@@ -92,6 +92,9 @@ class QMR_API CFilterProc {
 class QMR_API CFilterProcEx {
  public:
   CFilterProcEx();
+  // Copies share what their engines share, and select the same plane.
+  CFilterProcEx(const CFilterProcEx& src);
+  CFilterProcEx& operator=(const CFilterProcEx& src);
   virtual ~CFilterProcEx();
 
   // 0 for a plane out of 0..2; 1 without doing anything when that plane's engine is in use; otherwise its MakeBuf.
@@ -108,5 +111,5 @@ class QMR_API CFilterProcEx {
 
  protected:
   CFilterProc procs[3];
-  int current = 0;
+  CFilterProc* current = procs;
 };

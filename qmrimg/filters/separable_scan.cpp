@@ -16,7 +16,9 @@ SeparableScan::SeparableScan(const CImage& image, int plane, std::span<const flo
       left_(std::max(left, 0)),
       bottom_(std::min(bottom, image.GetHeight())),
       kernel_(kernel.begin(), kernel.end()) {
-  const bool any = !kernel.empty() && plane >= 0 && plane < image.GetPlanes() && image.GetHeight() > 0;
+  // Where there is a last row, there are all of them.
+  const bool any = !kernel.empty() && image.GetBitsPixel() == -32 &&
+                   !ReadRow(image, image.GetHeight() - 1, plane, 0, image.GetWidth()).empty();
   columns_ = any ? std::max(std::min(right, image.GetWidth()) - left_, 0) : 0;
   if (columns_ == 0) return;
   // Rows of whole blocks spare the passes a special case at their end.

@@ -150,6 +150,7 @@ void CInterp::FillOutside(const RowPlan& plan, float* line) const {
 }
 
 void CInterp::WriteLine(const RowPlan& plan, float* line) {
+  if (!line) return;
   if (plane < 0 || plane >= planeCount) {
     std::fill_n(line, plan.count, outsideValue);
     return;
@@ -326,6 +327,7 @@ void CInterp::SampleMedian(const RowPlan& plan, int first, int count, float* con
 }
 
 void CInterp::WriteMedian(const RowPlan& plan, double* values, int* valid) {
+  if (!values || !valid) return;
   const int columns = plan.end - plan.begin;
   const std::size_t stride = static_cast<std::size_t>(plan.count);
   float* lines[kTogether] = {};

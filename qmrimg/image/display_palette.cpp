@@ -85,7 +85,9 @@ void RgbStretch(const CImage& image, int y, std::size_t x, std::size_t count, co
 }  // namespace
 
 HDIB CVynImage::GetDib(int bits) const {
-  if (!VmImage || BitsPixel != -32 || (bits != 8 && bits != 24)) return nullptr;
+  // The size must be that of the pixels, not only of the fields.
+  if (BitsPixel != -32 || Width <= 0 || Height <= 0 || !Pixels(*this, 0, 0) || (bits != 8 && bits != 24))
+    return nullptr;
   BITMAPINFOHEADER header{};
   header.biSize = sizeof header;
   header.biWidth = Width;
@@ -93,7 +95,7 @@ HDIB CVynImage::GetDib(int bits) const {
   header.biPlanes = 1;
   header.biBitCount = static_cast<WORD>(bits);
   // Two planes lack the blue and show as gray.
-  const bool mono = Planes < 3;
+  const bool mono = !qmr::HasRgb(*this);
   if (bits == 8) return mono ? GetDib8Mono(&header) : GetDib8Color(&header);
   return mono ? GetDib24Mono(&header) : GetDib24Color(&header);
 }

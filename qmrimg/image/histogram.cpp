@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <vector>
 
 #include "qmrimg/image/kernels/histogram_rows.h"
@@ -10,6 +11,7 @@
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 #include "qmrimg/image/vyn_image.h"
+#include "qmrimg/platform/exception.h"
 #include "qmrimg/platform/truncate.h"
 #include "qmrimg/store/parallel.h"
 
@@ -47,7 +49,11 @@ class ThreadCounts {
  public:
   ThreadCounts(int bins, int histograms) : histograms_(histograms) {
     const int threads = bins > kBinsPerThreadLimit ? 1 : CParallel::GetMaxThreads();
-    for (int i = 0; i < threads * histograms; ++i) counts_.emplace_back(bins);
+    try {
+      for (int i = 0; i < threads * histograms; ++i) counts_.emplace_back(bins);
+    } catch (const std::bad_alloc&) {
+      AfxThrowMemoryException();
+    }
   }
   qmr::BinCounts& Of(int thread, int histogram) {
     return counts_[static_cast<std::size_t>(thread * histograms_ + histogram)];
@@ -187,9 +193,10 @@ int CVynImage::GetHistogramRGB(int* r, int* g, int* b, int bins, double min, dou
             const auto row = qmr::ReadRow(*this, HistogramCullY[j], p, 0, Width);
             for (int i = 0; i < sheet.columns; ++i) {
               const auto x = static_cast<std::size_t>(HistogramCullX[i]);
-              if (x < row.size()) counts.Of(0, p).Add(row[x], scale);
+              if (x >= row.size()) continue;
+              counts.Of(0, p).Add(row[x], scale);
+              if (p == 0) ++samples;
             }
-            if (p == 0) samples += sheet.columns;
           }
         },
         this);

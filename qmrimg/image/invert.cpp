@@ -20,6 +20,7 @@ CImgInvert::CImgInvert() = default;
 CImgInvert::~CImgInvert() = default;
 
 void CImgInvert::Do(CVynImage* src, CRect* pRect, int bProgress) {
+  if (!src) return;
   int left, top, right, bottom;
   NormalizeRect(pRect, left, top, right, bottom);
   ShowProgressInit(bProgress, kMessageInvert, (bottom - top) * Planes);

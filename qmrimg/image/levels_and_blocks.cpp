@@ -19,6 +19,11 @@ qmr::RowLevels LevelsOf(const CImage& image, int plane) {
   return {image.GetLevelMin(plane), image.GetLevelRange(plane)};
 }
 
+// The coordinate limited to 0..size.
+int Within(int coordinate, int size) {
+  return std::clamp(coordinate, 0, std::max(size, 0));
+}
+
 }  // namespace
 
 void CVynImage::SetLevel(int plane, double min, double max) {
@@ -56,19 +61,19 @@ void CVynImage::NormalizeRect(const CRect* r, int& left, int& top, int& right, i
     bottom = Height;
     return;
   }
-  left = std::clamp(static_cast<int>(r->left), 0, Width);
-  right = std::clamp(static_cast<int>(r->right), 0, Width);
-  top = std::clamp(static_cast<int>(r->top), 0, Height);
-  bottom = std::clamp(static_cast<int>(r->bottom), 0, Height);
+  left = Within(r->left, Width);
+  right = Within(r->right, Width);
+  top = Within(r->top, Height);
+  bottom = Within(r->bottom, Height);
 }
 
 void CVynImage::PixelBlt(int dstX, int dstY, int width, int height, const CVynImage* src, int srcX, int srcY,
                          int bScale) {
   if (!src || src->Planes != Planes) return;
-  dstX = std::clamp(dstX, 0, Width);
-  dstY = std::clamp(dstY, 0, Height);
-  srcX = std::clamp(srcX, 0, src->Width);
-  srcY = std::clamp(srcY, 0, src->Height);
+  dstX = Within(dstX, Width);
+  dstY = Within(dstY, Height);
+  srcX = Within(srcX, src->Width);
+  srcY = Within(srcY, src->Height);
   width = std::min({width, Width - dstX, src->Width - srcX});
   height = std::min({height, Height - dstY, src->Height - srcY});
   if (width <= 0 || height <= 0) return;
@@ -80,10 +85,13 @@ void CVynImage::PixelBlt(int dstX, int dstY, int width, int height, const CVynIm
       const auto in = qmr::ReadRow(*src, srcY + y, p, srcX, srcX + width);
       const auto out = qmr::WriteRow(*this, dstY + y, p, dstX, dstX + width);
       if (in.size() != out.size() || in.empty()) return;
-      if (bScale)
+      if (bScale && src != this) {
         qmr::RescaleRow(in, out, from, to);
-      else
-        std::memmove(out.data(), in.data(), in.size_bytes());
+        return;
+      }
+      // Within one image the rows may overlap, which vectors would show.
+      std::memmove(out.data(), in.data(), in.size_bytes());
+      if (bScale) qmr::RescaleRow(out, out, from, to);
     });
   }
 }
@@ -99,7 +107,7 @@ int CVynImage::ToGray() {
 
 int CVynImage::ToGray(CVynImage* src, int bProgress) {
   if (!qmr::HasRgb(*this)) return 1;
-  if (!ToGray()) return 0;
+  if (!src || !ToGray()) return 0;
   ShowProgressInit(bProgress, kMessageToGray, Height);
   const qmr::RowLevels to = LevelsOf(*this, 0);
   const qmr::RowLevels from[3] = {LevelsOf(*src, 0), LevelsOf(*src, 1), LevelsOf(*src, 2)};
@@ -130,6 +138,7 @@ int CVynImage::ToColor() {
 
 int CVynImage::ToColor(CVynImage* src, int bProgress) {
   if (IsColor()) return 1;
+  if (!src) return 0;
   // Asked before the change: the source may be this image.
   const bool colour = src->IsColor();
   if (!ToColor()) return 0;
@@ -140,7 +149,8 @@ int CVynImage::ToColor(CVynImage* src, int bProgress) {
         for (int p = 0; p < 3; ++p) {
           const auto in = qmr::ReadRow(*src, y, colour ? p : 0, 0, Width);
           const auto out = qmr::WriteRow(*this, y, p, 0, Width);
-          if (!in.empty() && in.data() != out.data()) std::memcpy(out.data(), in.data(), in.size_bytes());
+          const std::size_t bytes = std::min(in.size_bytes(), out.size_bytes());
+          if (bytes > 0 && in.data() != out.data()) std::memcpy(out.data(), in.data(), bytes);
         }
       },
       this);

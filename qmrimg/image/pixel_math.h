@@ -27,9 +27,11 @@ inline double BrightInPlaneOrder(double r, double g, double b) {
   return 0.299 * r + 0.587 * g + 0.114 * b;
 }
 
-// True when brightness can be formed: an image of two planes counts as colour but has no blue.
+// True when brightness can be formed: an image of two planes counts as colour but has no blue, and the plane count may
+// run ahead of the pixels.
 inline bool HasRgb(const CImage& image) {
-  return image.IsColor() && image.GetPlanes() >= 3;
+  const CVmImage* const store = image.GetVmImage();
+  return image.IsColor() && image.GetPlanes() >= 3 && (!store || store->GetPlanes() >= 3);
 }
 
 // Rounds a value of about 0..255 to the nearest integer, ties to even, in the low byte: above 2^23 a float's last bit

@@ -42,14 +42,14 @@ float Interpolate(const float* row0, const float* row1, const Cell& x, const Cel
 }
 
 float* Writable(CImage& image, int x, int y, int plane) {
-  if (x >= image.GetWidth()) return nullptr;
+  if (x >= image.GetWidth() || image.GetBitsPixel() != -32) return nullptr;
   return static_cast<float*>(image.GetImageAdr(x, y, plane, 0, 0, nullptr));
 }
 
 }  // namespace
 
 float CVynImage::GetPixelGrayRaw(int x, int y, int plane) const {
-  const auto* adr = static_cast<const float*>(GetImageAdr(x, y, plane, 1, 0, nullptr));
+  const float* adr = FloatAdr(x, y, plane);
   return adr ? *adr : 0.0f;
 }
 
@@ -114,6 +114,7 @@ float CVynImage::GetPixelBrightRaw(const float* r, const float* g, const float* 
 }
 
 float CVynImage::GetPixelGrayRaw(double x, double y, int plane) const {
+  if (Width <= 0 || Height <= 0) return 0.0f;
   const Cell column = CellOf(x, Width);
   const Cell row = CellOf(y, Height);
   return Interpolate(Row(row.first, plane), Row(row.second, plane), column, row);
@@ -128,6 +129,12 @@ float CVynImage::GetPixelGray256f(double x, double y, int plane) const {
 }
 
 float CVynImage::GetPixelGrayRawBuf(double x, double y, int plane) {
+  if (!VmImage || Width <= 0 || Height <= 0) return 0.0f;
+  // Rows of pixels that are gone must not be read, nor rows that have become too short for the fields.
+  if (bufStore_ != VmImage->GetNumber() || Width > VmImage->GetWidth() || BitsPixel != -32) {
+    GetPixelGrayRawBufInit();
+    bufStore_ = VmImage->GetNumber();
+  }
   const Cell column = CellOf(x, Width);
   const Cell row = CellOf(y, Height);
   const int wanted[2] = {row.first, row.second};

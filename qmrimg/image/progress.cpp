@@ -78,8 +78,9 @@ void CVynImage::ShowProgressEnd(const wchar_t* text) {
   ProgressOn = 0;
 }
 
+// A plain 0 is no message but the null text: operations close so.
 void CVynImage::ShowProgressEnd(int id) {
-  ShowProgressEnd(qmr::MessageText(id));
+  ShowProgressEnd(id == 0 ? nullptr : qmr::MessageText(id));
 }
 void CVynImage::ShowProgressMsg(const wchar_t* text) {
   Send(ProgressHandle, qmr::kProgressText, text);

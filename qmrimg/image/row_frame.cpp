@@ -7,6 +7,7 @@
 #include <exception>
 #include <limits>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "qmrimg/image/vyn_image.h"
@@ -49,6 +50,16 @@ class FirstError {
   int row_ = std::numeric_limits<int>::max();
 };
 
+// A container that found no memory is the memory exception for the caller.
+template <class Work>
+void WithMemoryException(Work&& work) {
+  try {
+    work();
+  } catch (const std::bad_alloc&) {
+    AfxThrowMemoryException();
+  }
+}
+
 // Opens one region in which thread t of n handles the rows count * t / n .. count * (t + 1) / n - 1.
 void RunRanges(int count, FunctionRef<void(int, int)> range) {
   if (count <= 0) return;
@@ -62,7 +73,7 @@ void RunRanges(int count, FunctionRef<void(int, int)> range) {
     const int first = static_cast<int>(count * t / n);
     const int last = static_cast<int>(count * (t + 1) / n);
     try {
-      if (first < last) range(first, last);
+      if (first < last) WithMemoryException([&] { range(first, last); });
     } catch (...) {
       error.Note(first);
     }
@@ -88,10 +99,12 @@ void ForRowsStep(int first, int bottom, int step, FunctionRef<void(int)> row, CV
 }
 
 void ForRowsSerial(int top, int bottom, FunctionRef<void(int)> row, CVynImage* target, int units) {
-  for (int y = top; y < bottom; ++y) {
-    row(y);
-    if (target) target->ShowProgress(units);
-  }
+  WithMemoryException([&] {
+    for (int y = top; y < bottom; ++y) {
+      row(y);
+      if (target) target->ShowProgress(units);
+    }
+  });
 }
 
 void ForRowRanges(int top, int bottom, FunctionRef<void(int, int)> range) {

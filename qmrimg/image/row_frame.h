@@ -3,15 +3,17 @@
 // Rows are cut into one contiguous, ascending range a thread, in the order of the thread numbers; each thread takes
 // its rows one after the other. After each row the report of `target`, if there is one, advances by `units`. What a
 // row throws (memory exceptions travel by pointer) reaches the caller unchanged: of several, that of the lowest
-// row. Rows of one call must not depend on each other's results.
+// row. Only std::bad_alloc becomes the memory exception. Rows of one call must not depend on each other's results.
 #pragma once
 
 #include <cstddef>
+#include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "qmrimg/platform/export.h"
+#include "qmrimg/platform/exception.h"
 
 class CVynImage;
 
@@ -57,9 +59,20 @@ QMR_API void ForRowsStep(int first, int bottom, int step, FunctionRef<void(int)>
 template <class Partial, class Row, class Merge>
 Partial FoldRows(int top, int bottom, Partial start, Row&& row, Merge&& merge, CVynImage* target = nullptr) {
   if (bottom <= top) return start;
-  std::vector<Partial> parts(static_cast<std::size_t>(bottom - top), start);
+  // Packed bits of neighbouring rows can't be written by two threads.
+  static_assert(!std::is_same_v<Partial, bool>);
+  const std::size_t count = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(bottom) - top);
+  std::vector<Partial> parts;
+  try {
+    parts.assign(count, start);
+  } catch (const std::bad_alloc&) {
+    AfxThrowMemoryException();
+  } catch (const std::length_error&) {
+    AfxThrowMemoryException();
+  }
   ForRows(
-      top, bottom, [&](int y) { parts[static_cast<std::size_t>(y - top)] = row(y); }, target);
+      top, bottom, [&](int y) { parts[static_cast<std::size_t>(static_cast<std::ptrdiff_t>(y) - top)] = row(y); },
+      target);
   Partial total = start;
   for (const Partial& part : parts) total = merge(total, part);
   return total;

@@ -2,6 +2,7 @@
 // engines and calibration. Every operation is a class derived from it, and its object is the destination image.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "qmrimg/filters/filter_proc.h"
@@ -80,7 +81,8 @@ class QMR_API CVynImage : public CImage {
   float GetPixelGray(double x, double y, int plane) const;
   float GetPixelGray256f(double x, double y, int plane) const;
   // The same through a cache of two rows, for walks along rows on one thread. The cache knows rows only: call
-  // GetPixelGrayRawBufInit before the first read, on another plane, and after the image was written.
+  // GetPixelGrayRawBufInit before the first read, on another plane, and after the image was written. New pixels of the
+  // image (Create, Swap, ChangeSize and the like) clear it by themselves.
   float GetPixelGrayRawBuf(double x, double y, int plane);
   void GetPixelGrayRawBufInit();
 
@@ -250,11 +252,11 @@ class QMR_API CVynImage : public CImage {
   int ToGray();
   static float FlatGamma(float value, float high, float low, double gamma);
 
-  // Addresses of column 0 of a row.
-  const float* Row(int y, int plane) const {
-    return static_cast<const float*>(GetImageAdr(0, y, plane, 1, 0, nullptr));
+  // The address of a pixel and of column 0 of a row; null outside, and when the samples are no floats.
+  const float* FloatAdr(int x, int y, int plane) const {
+    return BitsPixel == -32 ? static_cast<const float*>(GetImageAdr(x, y, plane, 1, 0, nullptr)) : nullptr;
   }
-  float* WritableRow(int y, int plane) { return static_cast<float*>(GetImageAdr(0, y, plane, 0, 0, nullptr)); }
+  const float* Row(int y, int plane) const { return FloatAdr(0, y, plane); }
 
   const float* BufRowAdr[2] = {nullptr, nullptr};
   int BufRowNo[2] = {-1, -1};
@@ -283,6 +285,9 @@ class QMR_API CVynImage : public CImage {
   CString RegKey;
 
  private:
+  // The store that the cached rows lie in, by its number.
+  std::uint64_t bufStore_ = 0;
+
   void Init();
   void CopyFieldList(const CVynImage& src);
   void CopyImageInternal(const CVynImage& src, HWND window, const wchar_t* message);

@@ -235,20 +235,19 @@ void CImgAutoLevel::BalancePlanes(double low, double high, int balance, const CR
       firstAbove = above;
     }
     // How much wider the plane spreads than plane 0.
-    double spread = 1.0;
+    double r1 = 1.0, r2 = 1.0;
     if (balance == 0 || balance == 2) {
-      const double r1 = static_cast<double>(below) / firstBelow;
-      const double r2 = static_cast<double>(above) / firstAbove / r1;
-      spread = r1 * r2;
+      r1 = static_cast<double>(below) / firstBelow;
+      r2 = static_cast<double>(above) / firstAbove / r1;
     }
     if (balance == 2) {
       const double shift = firstMode - mode;
-      const double black = GetLevelMin(p) - shift - (firstMode - firstMin) * spread;
-      const double white = (firstMax - firstMode) * spread + GetLevelMax(p) - shift;
+      const double black = GetLevelMin(p) - shift - (firstMode - firstMin) * r1 * r2;
+      const double white = (firstMax - firstMode) * r1 * r2 + GetLevelMax(p) - shift;
       SetLevel(p, static_cast<float>(black), static_cast<float>(white));
       continue;
     }
-    const double distance = balance == 0 ? (firstMode - firstEnd) * spread : mode - end;
+    const double distance = balance == 0 ? (firstMode - firstEnd) * r1 * r2 : mode - end;
     const double black = static_cast<float>(mode - distance * low);
     SetLevel(p, black, (mode - black) / place * 255.0 + black);
   }

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
+#include <stdexcept>
 #include <vector>
 
 #include "qmrimg/platform/exception.h"
 
 // Elements are value-initialised when the array grows. An index outside the array raises the invalid-argument
-// exception.
+// exception, lack of memory the memory exception.
 template <class Type, class Argument = const Type&>
 class CArray {
  public:
@@ -18,11 +20,11 @@ class CArray {
   void SetSize(int size, int growBy = -1) {
     (void)growBy;
     if (size < 0) AfxThrowInvalidArgException();
-    items_.resize(static_cast<std::size_t>(size));
+    Guard([&] { items_.resize(static_cast<std::size_t>(size)); });
   }
   void RemoveAll() { items_.clear(); }
   int Add(Argument item) {
-    items_.push_back(item);
+    Guard([&] { items_.push_back(item); });
     return GetSize() - 1;
   }
   Type& ElementAt(int index) {
@@ -40,6 +42,16 @@ class CArray {
  private:
   void Check(int index) const {
     if (index < 0 || index >= GetSize()) AfxThrowInvalidArgException();
+  }
+  template <class Grow>
+  static void Guard(Grow&& grow) {
+    try {
+      grow();
+    } catch (const std::bad_alloc&) {
+      AfxThrowMemoryException();
+    } catch (const std::length_error&) {
+      AfxThrowMemoryException();
+    }
   }
   std::vector<Type> items_;
 };

@@ -8,7 +8,16 @@
 #include <utility>
 #include <vector>
 
-CString::CString(const wchar_t* text) : text_(text ? text : L"") {}
+namespace {
+
+// A null pointer is an empty text.
+const wchar_t* OrEmpty(const wchar_t* text) {
+  return text ? text : L"";
+}
+
+}  // namespace
+
+CString::CString(const wchar_t* text) : text_(OrEmpty(text)) {}
 CString::CString(std::wstring text) : text_(std::move(text)) {}
 CString::~CString() = default;
 
@@ -69,7 +78,7 @@ CString CString::Mid(int first, int count) const {
 
 int CString::Find(const wchar_t* text, int start) const {
   if (start < 0 || start > GetLength()) return -1;
-  const auto at = text_.find(text, static_cast<std::size_t>(start));
+  const auto at = text_.find(OrEmpty(text), static_cast<std::size_t>(start));
   return at == std::wstring::npos ? -1 : static_cast<int>(at);
 }
 
@@ -79,10 +88,10 @@ int CString::Find(wchar_t character, int start) const {
 }
 
 int CString::Compare(const wchar_t* text) const {
-  return text_.compare(text);
+  return text_.compare(OrEmpty(text));
 }
 int CString::CompareNoCase(const wchar_t* text) const {
-  return ::wcscasecmp(text_.c_str(), text);
+  return ::wcscasecmp(text_.c_str(), OrEmpty(text));
 }
 
 void CString::Format(const wchar_t* format, ...) {
@@ -107,7 +116,7 @@ CString& CString::operator+=(const CString& other) {
   return *this;
 }
 CString& CString::operator+=(const wchar_t* other) {
-  text_ += other;
+  text_ += OrEmpty(other);
   return *this;
 }
 CString& CString::operator+=(wchar_t character) {
@@ -124,7 +133,7 @@ bool operator==(const CString& a, const CString& b) {
   return a.text_ == b.text_;
 }
 bool operator==(const CString& a, const wchar_t* b) {
-  return a.text_ == b;
+  return a.text_ == OrEmpty(b);
 }
 
 namespace qmr {

@@ -13,7 +13,7 @@
 
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
-#include "qmrimg/levels/auto_level.h"
+#include "qmrimg/levels/site_medians.h"
 #include "qmrimg/platform/exception.h"
 #include "qmrimg/platform/truncate.h"
 #include "qmrimg/raw/kernels/bayer_band.h"
@@ -37,21 +37,6 @@ bool AreBits(int srcBits, int dstBits) {
 double LargestOf(int bits) {
   return std::pow(2.0, bits) - 1.0;
 }
-
-// Lends the pixels of an image to a level finder for the length of a scope, without a copy.
-class BorrowedPixels {
- public:
-  explicit BorrowedPixels(CImage& image) : image_(image) { static_cast<CImage&>(finder_).Swap(&image_); }
-  ~BorrowedPixels() { static_cast<CImage&>(finder_).Swap(&image_); }
-  BorrowedPixels(const BorrowedPixels&) = delete;
-  BorrowedPixels& operator=(const BorrowedPixels&) = delete;
-
-  CImgAutoLevel& Finder() { return finder_; }
-
- private:
-  CImage& image_;
-  CImgAutoLevel finder_;
-};
 
 // Medians below 1.0 belong to empty sites.
 double GainFor(float green, float median) {
@@ -252,9 +237,9 @@ int CImgBayerToRgb::GetGain(int pattern, double* gains) {
 }
 
 int CImgBayerToRgb::GetGain(CImage* image, int pattern, double* gains) {
-  if (!image || !gains || !qmr::BayerLayout::IsPattern(pattern)) return 0;
+  if (!image || image->GetBitsPixel() != -32 || !gains || !qmr::BayerLayout::IsPattern(pattern)) return 0;
   float medians[4] = {1.0f, 1.0f, 1.0f, 1.0f};
-  BorrowedPixels(*image).Finder().GetMedianBayer(medians, 1);
+  qmr::MedianBayer(*image, medians, 1);
   // Green stands at the sites of mixed parity with patterns 1 and 3, at those of equal parity with 2 and 4.
   const bool isMixed = pattern % 2 != 0;
   const int green0 = isMixed ? 1 : 0;

@@ -14,7 +14,7 @@ class QMR_API CImgInformation : public CVynImage {
   // this library does not develop, 11 for a honeycomb sensor. 0, with `pattern` as it was, for a camera that is not
   // in the list.
   int GetAutoCFA(int* pattern);
-  // Texts for display. A number that the header does not know leaves its text as it was; `temperature` is emptied
-  // for cameras with a model name.
+  // Texts for display. Without a model name a number that the header does not know leaves its text as it was; with one
+  // `exposure` is emptied then, and `temperature` always.
   void GetInfoString(CString& detector, CString& exposure, CString& temperature);
 };

@@ -215,8 +215,8 @@ void CFft::GetMinMax(double* minimum, double* maximum) const {
     if (i == 0 || power < low) low = power;
     if (i == 0 || power > high) high = power;
   }
-  *minimum = low;
-  *maximum = high;
+  if (minimum) *minimum = low;
+  if (maximum) *maximum = high;
 }
 
 double CFft::Interp(complex* data, int part, int mode, double x, double y) const {

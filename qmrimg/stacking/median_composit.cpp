@@ -80,7 +80,8 @@ void CImgMedianComposit::SetRefNormalizeParam(double* offset, double* scale) {
 
 // ---- Store ---------------------------------------------------------------------------------------------------------
 
-// Cuts a strip to the destination; false when there is none, or other lines are in store.
+// Cuts a strip to the destination; false when there is none, or other lines are in store, be it that the destination
+// was given another shape meanwhile.
 bool CImgMedianComposit::CutStrip(int* yStart, int* yEnd) const {
   if (!destination || destination->GetBitsPixel() != -32) return false;
   *yStart = std::max(*yStart, 0);
@@ -89,7 +90,8 @@ bool CImgMedianComposit::CutStrip(int* yStart, int* yEnd) const {
     *yStart = 0;
     *yEnd = -1;
   }
-  return lineCount == 0 || (*yStart == stripStart && *yEnd == stripEnd);
+  return lineCount == 0 || (*yStart == stripStart && *yEnd == stripEnd && destination->GetWidth() == stripWidth &&
+                            destination->GetPlanes() == stripPlanes);
 }
 
 int CImgMedianComposit::StoreFailed(std::int64_t count) {
@@ -131,6 +133,8 @@ int CImgMedianComposit::Store(CVynImage* frame, int yStart, int yEnd, double shi
   }
   stripStart = yStart;
   stripEnd = yEnd;
+  stripWidth = width;
+  stripPlanes = planes;
   ++lineCount;
   return 1;
 }

@@ -35,7 +35,8 @@ struct SNormalizeItem {
 // height * width * planes * frames * 12 bytes. The object itself is never written as an image.
 //
 // `yStart` and `yEnd` are inclusive and cut to the destination; a strip other than the one of the lines in store is
-// refused. Values are raw. A pixel that no frame covers is 0.0.
+// refused, and so is any strip of a destination whose shape changed since. Values are raw. A pixel that no frame covers
+// is 0.0.
 class QMR_API CImgMedianComposit : public CVynImage {
  public:
   // Opens the progress report of `destination`, which stays the caller's. `mode` selects its text alone: 1 clipped
@@ -84,7 +85,9 @@ class QMR_API CImgMedianComposit : public CVynImage {
   void CalcRows(const qmr::StackRule& rule, bool normalized, int yStart, int yEnd);
   void DropLines();
 
-  // The strip of the lines in store.
+  // The strip of the lines in store, and the shape of their rows.
   int stripStart = 0;
   int stripEnd = -1;
+  int stripWidth = 0;
+  int stripPlanes = 0;
 };

@@ -130,6 +130,11 @@ Block::Block(std::size_t bytes, Content content) : size_(bytes) {
     return;
   }
   data_ = file_ ? MapFile(mapped_) : MapAnonymous(mapped_);
+  if (!data_ && !file_) {
+    // The process may have less room than the machine: what lies idle goes first.
+    TrimStorePool();
+    data_ = MapAnonymous(mapped_);
+  }
   if (!data_) {
     if (!file_) {
       const std::lock_guard<std::mutex> lock(pool.mutex);

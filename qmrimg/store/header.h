@@ -11,7 +11,9 @@ class QMR_API CHeader : public CObject {
  public:
   CHeader() = default;
   CHeader(const CHeader&) = default;
+  CHeader(CHeader&&) noexcept = default;
   CHeader& operator=(const CHeader&) = default;
+  CHeader& operator=(CHeader&&) noexcept = default;
   ~CHeader() override;
 
   WORD GetISO() const { return ISO; }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <new>
@@ -85,7 +86,9 @@ void StoreSample(void* adr, int bits, int isSigned, double value) {
 
 }  // namespace
 
-CImage::CImage() : Header(new CHeader) {}
+CImage::CImage() : Header(new (std::nothrow) CHeader) {
+  if (!Header) AfxThrowMemoryException();
+}
 
 CImage::CImage(int bits, int width, int height, int planes, double bscale, double bzero, int flag, HWND window,
                const wchar_t* message)
@@ -100,13 +103,10 @@ CImage::CImage(int bits, int width, int height, int planes, double bscale, doubl
   if (!AllocImage(window, message)) AfxThrowMemoryException();
 }
 
-CImage::CImage(const CImage& src, HWND window, const wchar_t* message) : CObject(src), Header(new CHeader) {
+CImage::CImage(const CImage& src, HWND window, const wchar_t* message) : CImage() {
   (void)window;
   (void)message;
-  if (!CopyFrom(src, true)) {
-    delete Header;
-    AfxThrowMemoryException();
-  }
+  if (!CopyFrom(src, true)) AfxThrowMemoryException();
 }
 
 CImage::~CImage() {
@@ -120,10 +120,13 @@ CImage::~CImage() {
 }
 
 int CImage::GetBytesPixel() const {
-  return std::abs(BitsPixel) / 8;
+  return std::abs(BitsPixel / 8);
 }
+
 int CImage::GetPixelCount() const {
-  return Width * Height * Planes;
+  const double exact = static_cast<double>(Width) * Height * Planes;
+  if (exact >= INT_MAX) return INT_MAX;
+  return exact < 0.0 ? 0 : static_cast<int>(exact);
 }
 
 std::size_t CImage::GetImageSize() const {
@@ -169,18 +172,23 @@ int CImage::GetHistogramCull(int* nX, int* nY) const {
 }
 
 void CImage::SetHistogramCull(const std::vector<int>& columns, const std::vector<int>& rows) {
-  const auto inside = [](const std::vector<int>& from, int limit, int** array, int* count) {
-    std::vector<int> kept;
-    std::copy_if(from.begin(), from.end(), std::back_inserter(kept), [limit](int i) { return i >= 0 && i < limit; });
-    delete[] * array;
-    *array = nullptr;
-    *count = static_cast<int>(kept.size());
-    if (kept.empty()) return;
-    *array = new int[kept.size()];
-    std::copy(kept.begin(), kept.end(), *array);
+  const auto inside = [](const std::vector<int>& from, int limit, int* count) {
+    std::unique_ptr<int[]> kept(new (std::nothrow) int[from.size()]);
+    if (!kept) AfxThrowMemoryException();
+    const int* const end =
+        std::copy_if(from.begin(), from.end(), kept.get(), [limit](int i) { return i >= 0 && i < limit; });
+    *count = static_cast<int>(end - kept.get());
+    if (*count == 0) kept.reset();
+    return kept;
   };
-  inside(columns, Width, &HistogramCullX, &CullCountX);
-  inside(rows, Height, &HistogramCullY, &CullCountY);
+  int countX = 0;
+  int countY = 0;
+  std::unique_ptr<int[]> x = inside(columns, Width, &countX);
+  std::unique_ptr<int[]> y = inside(rows, Height, &countY);
+  delete[] std::exchange(HistogramCullX, x.release());
+  delete[] std::exchange(HistogramCullY, y.release());
+  CullCountX = countX;
+  CullCountY = countY;
 }
 
 void* CImage::GetImageAdr(int x, int y, int plane, unsigned flags, void** lock) const {
@@ -188,7 +196,9 @@ void* CImage::GetImageAdr(int x, int y, int plane, unsigned flags, void** lock) 
 }
 
 void* CImage::GetImageAdr(int x, int y, int plane, int readOnly, int pin, void** lock) const {
-  if (VmImage) return VmImage->GetImageAdr(x, y, plane, readOnly, pin, lock);
+  // Callers walk rows by the fields, so these must not reach beyond the store.
+  if (VmImage && Width <= VmImage->width_ && Height <= VmImage->height_ && GetBytesPixel() <= VmImage->bytesPixel_)
+    return VmImage->GetImageAdr(x, y, plane, readOnly, pin, lock);
   if (lock) *lock = nullptr;
   return nullptr;
 }
@@ -234,20 +244,36 @@ bool CImage::ResizeLevels(int planes) {
 bool CImage::CopyFrom(const CImage& src, bool pixels) {
   if (this == &src) return true;
   std::unique_ptr<CVmImage> store;
+  std::unique_ptr<CHeader> header;
+  std::unique_ptr<int[]> cullX;
+  std::unique_ptr<int[]> cullY;
+  CString fileName;
   try {
     if (src.VmImage && pixels) store = std::make_unique<CVmImage>(*src.VmImage, nullptr, nullptr);
-    if (src.VmImage && !pixels)
+    if (!pixels && (src.VmImage || (src.Width > 0 && src.Height > 0 && src.Planes > 0)))
       store.reset(new CVmImage(src.BitsPixel, src.Width, src.Height, src.Planes, CVmImage::Fill::kZero));
+    header = std::make_unique<CHeader>(*src.Header);
+    fileName = src.OrgFileName;
+    const auto copied = [](const int* from, int count) {
+      std::unique_ptr<int[]> to(from ? new int[static_cast<std::size_t>(count)] : nullptr);
+      if (from) std::copy_n(from, count, to.get());
+      return to;
+    };
+    cullX = copied(src.HistogramCullX, src.CullCountX);
+    cullY = copied(src.HistogramCullY, src.CullCountY);
   } catch (CMemoryException* e) {
     e->Delete();
     return false;
   } catch (const std::bad_alloc&) {
     return false;
   }
-  if (!ResizeLevels(src.LevelCount)) return false;
-  std::copy_n(src.LevelMin, LevelCount, LevelMin);
-  std::copy_n(src.LevelMax, LevelCount, LevelMax);
-  std::copy_n(src.LevelRange, LevelCount, LevelRange);
+  // New pixels have levels in every plane, also where the other image has none yet.
+  if (!ResizeLevels(store && !pixels ? std::max(src.LevelCount, src.Planes) : src.LevelCount)) return false;
+  std::copy_n(src.LevelMin, src.LevelCount, LevelMin);
+  std::copy_n(src.LevelMax, src.LevelCount, LevelMax);
+  std::copy_n(src.LevelRange, src.LevelCount, LevelRange);
+  for (int p = src.LevelCount; p < LevelCount; ++p)
+    SetLevel(p, p > 0 ? LevelMin[p - 1] : 0.0, p > 0 ? LevelMax[p - 1] : src.BitsPixel == 16 ? 65535.0 : 255.0);
   delete std::exchange(VmImage, store.release());
   BitsPixel = src.BitsPixel;
   Signed = src.Signed;
@@ -260,7 +286,7 @@ bool CImage::CopyFrom(const CImage& src, bool pixels) {
   OwnLevel = src.OwnLevel;
   SaveableFormat = src.SaveableFormat;
   SaveableFile = src.SaveableFile;
-  OrgFileName = src.OrgFileName;
+  OrgFileName = std::move(fileName);
   OrgBitsPixel = src.OrgBitsPixel;
   OrgPlanes = src.OrgPlanes;
   OrgBayerImage = src.OrgBayerImage;
@@ -272,10 +298,16 @@ bool CImage::CopyFrom(const CImage& src, bool pixels) {
   HoneyCombImage = src.HoneyCombImage;
   RawImageBits = src.RawImageBits;
   DevelopmentImage = src.DevelopmentImage;
-  *Header = *src.Header;
-  SetHistogramCull(std::vector<int>(src.HistogramCullX, src.HistogramCullX + src.CullCountX),
-                   std::vector<int>(src.HistogramCullY, src.HistogramCullY + src.CullCountY));
+  *Header = std::move(*header);
+  delete[] std::exchange(HistogramCullX, cullX.release());
+  delete[] std::exchange(HistogramCullY, cullY.release());
+  CullCountX = src.CullCountX;
+  CullCountY = src.CullCountY;
   return true;
+}
+
+bool CImage::StoreFits() const {
+  return VmImage && Width == VmImage->width_ && Height == VmImage->height_ && GetBytesPixel() == VmImage->bytesPixel_;
 }
 
 int CImage::CopyImage(const CImage& src, HWND window, const wchar_t* message) {
@@ -357,9 +389,12 @@ int CImage::ChangeSize(int width, int height, HWND window, const wchar_t* messag
 
 int CImage::ChangePlanes(int planes, HWND window, const wchar_t* message) {
   if (planes <= 0) return 0;
-  if (!VmImage) {
+  if (!StoreFits()) {
+    const int before = Planes;
     SetPlanes(planes);
-    return AllocImage(window, message);
+    if (AllocImage(window, message)) return 1;
+    SetPlanes(before);
+    return 0;
   }
   try {
     std::vector<qmr::Block>& blocks = VmImage->blocks_;
@@ -374,6 +409,7 @@ int CImage::ChangePlanes(int planes, HWND window, const wchar_t* message) {
       blocks.resize(count);
     }
     VmImage->planes_ = planes;
+    VmImage->Renumber();
     SetPlanes(planes);
     return 1;
   } catch (CMemoryException* e) {
@@ -397,8 +433,9 @@ int CImage::ChangeBits(int bits, int a, int b, HWND window, const wchar_t* messa
       const int toBytes = std::abs(bits) / 8;
       for (int p = 0; p < Planes; ++p) {
         for (int y = 0; y < Height; ++y) {
-          const auto* from = static_cast<const BYTE*>(VmImage->GetImageAdr(0, y, p, 1, 0, nullptr));
+          const auto* from = static_cast<const BYTE*>(GetImageAdr(0, y, p, 1, 0, nullptr));
           auto* to = static_cast<BYTE*>(store->GetImageAdr(0, y, p, 0, 0, nullptr));
+          if (!from) break;
           for (int x = 0; x < Width; ++x, from += fromBytes, to += toBytes)
             StoreSample(to, bits, Signed, LoadSample(from, BitsPixel, Signed));
         }
@@ -434,9 +471,9 @@ int CImage::AttachDIB(HDIB dib) {
     GlobalUnlock(dib);
     return 0;
   }
-  std::vector<RGBQUAD> table(256, RGBQUAD{0, 0, 0, 0});
-  if (colours) std::memcpy(table.data(), bytes + sizeof head, colours * sizeof(RGBQUAD));
-  const bool grey = bits == 8 && std::all_of(table.begin(), table.end(), [](const RGBQUAD& c) {
+  RGBQUAD table[256] = {};
+  if (colours) std::memcpy(table, bytes + sizeof head, colours * sizeof(RGBQUAD));
+  const bool grey = bits == 8 && std::all_of(std::begin(table), std::end(table), [](const RGBQUAD& c) {
                       return c.rgbRed == c.rgbGreen && c.rgbGreen == c.rgbBlue;
                     });
   const int planes = grey ? 1 : 3;
@@ -445,6 +482,9 @@ int CImage::AttachDIB(HDIB dib) {
     image = std::make_unique<CImage>(8, static_cast<int>(width), static_cast<int>(height), planes, 1.0, 0.0, 1);
   } catch (CMemoryException* e) {
     e->Delete();
+    GlobalUnlock(dib);
+    return 0;
+  } catch (const std::bad_alloc&) {
     GlobalUnlock(dib);
     return 0;
   }

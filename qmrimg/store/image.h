@@ -22,7 +22,7 @@
 // some of the signatures would show progress of long allocations; null for both means silence.
 class QMR_API CImage : public CObject {
  public:
-  // An image without pixels.
+  // An image without pixels; raises the memory exception.
   CImage();
   // An image of that shape whose pixels are 0; `flag` has no effect. Raises the memory exception.
   CImage(int bits, int width, int height, int planes, double bscale, double bzero, int flag, HWND window = nullptr,
@@ -80,6 +80,7 @@ class QMR_API CImage : public CObject {
   int* GetHistogramCullYPtr() const { return HistogramCullY; }
 
   int GetBytesPixel() const;
+  // Width * Height * Planes; the greatest int when that is more.
   int GetPixelCount() const;
   std::size_t GetImageSize() const;
   // 2 for a monochrome image, 3 for a colour image.
@@ -112,12 +113,13 @@ class QMR_API CImage : public CObject {
   // Counts of the sparse grid; 0 when the image has none.
   int GetHistogramCull(int* nX, int* nY) const;
   // Gives the image a sparse grid of sample columns and rows for histograms (the arrays are copied); empty arrays
-  // take it away. Columns and rows outside the image are left out.
+  // take it away. Columns and rows outside the image are left out. Raises the memory exception.
   void SetHistogramCull(const std::vector<int>& columns, const std::vector<int>& rows);
 
   CCriticalSection* VmImageLock() { return VmImage ? VmImage->GetCriticalSection() : nullptr; }
   CVmImage* GetVmImage() const { return VmImage; }
-  // The address of a pixel: bit 0 of `flags` says that the caller only reads, bit 1 pins. See CVmImage.
+  // The address of a pixel: bit 0 of `flags` says that the caller only reads, bit 1 pins. See CVmImage. Null also while
+  // the fields tell of more than the store has: after SetWidth, SetHeight or SetBitsPixel, until AllocImage.
   void* GetImageAdr(int x, int y, int plane, unsigned flags, void** lock) const;
   // The form in common use, with the two flags apart.
   void* GetImageAdr(int x, int y, int plane, int readOnly, int pin, void** lock) const;
@@ -139,8 +141,8 @@ class QMR_API CImage : public CObject {
   int AllocImage(HWND window = nullptr, const wchar_t* message = nullptr);
   // A new geometry; all pixels are 0 afterwards. On failure the image keeps what it had.
   int ChangeSize(int width, int height, HWND window = nullptr, const wchar_t* message = nullptr);
-  // Another plane count: existing planes stay, new ones are 0 and take the levels of the last one that there was.
-  // On failure the image keeps what it had.
+  // Another plane count: existing planes stay (unless the geometry in the fields is no longer that of the pixels), new
+  // ones are 0 and take the levels of the last one that there was. On failure the image keeps what it had.
   int ChangePlanes(int planes, HWND window = nullptr, const wchar_t* message = nullptr);
   // Converts the samples to the code `bits`: values stay as they are; integer targets round to nearest and clamp.
   // `a` and `b` have no effect. 0 also for a code that is not defined.
@@ -190,6 +192,8 @@ class QMR_API CImage : public CObject {
   // Brings the level arrays to `planes` entries; false when memory lacks.
   bool ResizeLevels(int planes);
   bool CopyFrom(const CImage& src, bool pixels);
+  // Whether the pixels have the geometry and the sample size of the fields.
+  bool StoreFits() const;
 
   int LevelCount = 0;
   int CullCountX = 0;

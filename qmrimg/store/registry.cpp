@@ -1,10 +1,13 @@
 #include "qmrimg/store/registry.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <system_error>
 
 namespace qmr {
 namespace {
@@ -50,6 +53,19 @@ std::optional<std::string> Find(const CString& section, const CString& key) {
   return std::nullopt;
 }
 
+// Stores the number that is all of `text`, whatever the locale; 0 when there is none.
+template <class Number>
+int Parse(const std::string& text, Number* out) {
+  const char* first = text.data();
+  const char* const last = first + text.size();
+  if (first != last && *first == '+') ++first;
+  Number value{};
+  const auto [end, error] = std::from_chars(first, last, value);
+  if (error != std::errc() || end != last || !std::isfinite(static_cast<double>(value))) return 0;
+  *out = value;
+  return 1;
+}
+
 }  // namespace
 
 void SetSettingsFile(const std::string& path) {
@@ -64,20 +80,12 @@ int CRegistry::Read(const CString& section, const CString& key, int def, int* ou
   *out = def;
   const auto text = qmr::Find(section, key);
   if (!text) return 0;
-  char* end = nullptr;
-  const long value = std::strtol(text->c_str(), &end, 10);
-  if (end == text->c_str() || *end || value < -2147483647L - 1 || value > 2147483647L) return 0;
-  *out = static_cast<int>(value);
-  return 1;
+  return qmr::Parse(*text, out);
 }
 
 int CRegistry::Read(const CString& section, const CString& key, double def, double* out) {
   *out = def;
   const auto text = qmr::Find(section, key);
   if (!text) return 0;
-  char* end = nullptr;
-  const double value = std::strtod(text->c_str(), &end);
-  if (end == text->c_str() || *end) return 0;
-  *out = value;
-  return 1;
+  return qmr::Parse(*text, out);
 }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
+#include <stdexcept>
 
 #include "qmrimg/platform/exception.h"
 
@@ -11,6 +13,7 @@ namespace {
 
 constexpr std::size_t kAlignment = 64;
 constexpr std::size_t kGuard = 64;
+constexpr int kMostBytesPixel = 8;
 
 }  // namespace
 
@@ -32,19 +35,28 @@ CVmImage::CVmImage(CVmImage& other, HWND window, const wchar_t* message)
 }
 
 CVmImage::CVmImage(int bits, int width, int height, int planes, Fill fill)
-    : bytesPixel_(std::abs(bits) / 8), width_(width), height_(height), planes_(planes) {
+    : bytesPixel_(std::abs(bits / 8)), width_(width), height_(height), planes_(planes) {
   Allocate(fill);
 }
 
 CVmImage::~CVmImage() = default;
 
+void CVmImage::Renumber() {
+  static std::atomic<std::uint64_t> last{0};
+  number_ = last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 void CVmImage::Allocate(Fill fill) {
-  if (bytesPixel_ <= 0 || width_ <= 0 || height_ <= 0 || planes_ <= 0) AfxThrowMemoryException();
+  Renumber();
+  if (bytesPixel_ <= 0 || bytesPixel_ > kMostBytesPixel || width_ <= 0 || height_ <= 0 || planes_ <= 0)
+    AfxThrowMemoryException();
   const std::size_t pixels = static_cast<std::size_t>(width_) * static_cast<std::size_t>(bytesPixel_);
   const std::size_t stride = (pixels + kAlignment - 1) / kAlignment * kAlignment + kGuard;
   rowBytes_ = static_cast<std::ptrdiff_t>(stride);
   // One guard row behind the last one: a read just below the image meets zeros as well.
-  const std::size_t bytes = stride * (static_cast<std::size_t>(height_) + 1);
+  const std::size_t rows = static_cast<std::size_t>(height_) + 1;
+  if (stride > std::numeric_limits<std::size_t>::max() / rows) AfxThrowMemoryException();
+  const std::size_t bytes = stride * rows;
   const auto content = fill == Fill::kZero ? qmr::Block::Content::kZero : qmr::Block::Content::kUndefined;
   try {
     blocks_.reserve(static_cast<std::size_t>(planes_));
@@ -89,8 +101,14 @@ int CVmImage::GetPinCount() const {
 }
 
 std::vector<unsigned char> CVmImage::CreatePlaneBuffer() const {
-  return std::vector<unsigned char>(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) *
-                                    static_cast<std::size_t>(bytesPixel_));
+  try {
+    return std::vector<unsigned char>(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) *
+                                      static_cast<std::size_t>(bytesPixel_));
+  } catch (const std::bad_alloc&) {
+    AfxThrowMemoryException();
+  } catch (const std::length_error&) {
+    AfxThrowMemoryException();
+  }
 }
 
 std::vector<unsigned char> CVmImage::GetPlaneImage(int plane) const {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "qmrimg/platform/critical_section.h"
@@ -17,7 +18,7 @@
 class QMR_API CVmImage {
  public:
   // A store of that shape; its pixels are 0. `bits` is a sample code: its magnitude divided by 8 is the size of a
-  // sample. Raises the memory exception when the memory can't be had or the shape is not positive.
+  // sample, 1 to 8 bytes. Raises the memory exception when the memory can't be had or the shape is not positive.
   CVmImage(int bits, int width, int height, int planes, HWND window, const wchar_t* message);
   // A deep copy.
   CVmImage(CVmImage& other, HWND window, const wchar_t* message);
@@ -35,7 +36,7 @@ class QMR_API CVmImage {
   // Pins now in force.
   int GetPinCount() const;
 
-  // Bytes for one plane, row after row without gaps.
+  // Bytes for one plane, row after row without gaps. These two raise the memory exception.
   std::vector<unsigned char> CreatePlaneBuffer() const;
   // The plane's pixels in that form; empty for a plane outside the store.
   std::vector<unsigned char> GetPlaneImage(int plane) const;
@@ -46,6 +47,12 @@ class QMR_API CVmImage {
   int IsParallel() const { return Parallel; }
   CCriticalSection* GetCriticalSection() { return &Section; }
 
+  int GetWidth() const { return width_; }
+  int GetHeight() const { return height_; }
+  int GetPlanes() const { return planes_; }
+  int GetBytesPixel() const { return bytesPixel_; }
+  // A number that no other store of this process has or had; it changes when planes come or go.
+  std::uint64_t GetNumber() const { return number_; }
   // Bytes from one row to the next; the same for all rows and planes of this store.
   std::ptrdiff_t GetRowBytes() const { return rowBytes_; }
 
@@ -54,6 +61,7 @@ class QMR_API CVmImage {
   enum class Fill { kZero, kGuardsOnly };
   CVmImage(int bits, int width, int height, int planes, Fill fill);
   void Allocate(Fill fill);
+  void Renumber();
 
   int Parallel = 0;
   CCriticalSection Section;
@@ -62,6 +70,7 @@ class QMR_API CVmImage {
   int height_;
   int planes_;
   std::ptrdiff_t rowBytes_ = 0;
+  std::uint64_t number_ = 0;
   std::vector<qmr::Block> blocks_;
   mutable std::atomic<int> pins_{0};
 };

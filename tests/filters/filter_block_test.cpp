@@ -63,6 +63,17 @@ TEST(FilterBlock, PixelsOutsideTheWindowAreZero) {
   EXPECT_EQ(block.GetPixel(2, 2), 23.0f);
 }
 
+TEST(FilterBlock, OnlyFloatSamplesAreRead) {
+  CVynImage bytes(8, 5, 4, 1, 1.0, 0.0, 1);
+  CFilterBlock block(&bytes, 1, 0, 1, 0, 2);
+  EXPECT_EQ(block.GetPixel(4, 1), 0.0f);
+  CFilterMatrix disc;
+  disc.SetDisc(1, 1.0);
+  EXPECT_EQ(block.Convolve(&disc, 2), 0.0f);
+  CFilterProc engine(&bytes, &disc, 0);
+  EXPECT_EQ(engine.Calc(2, 2), 0.0f);
+}
+
 TEST(FilterBlock, EndsItsPins) {
   CVynImage image;
   FillRows(image, 3, 7);

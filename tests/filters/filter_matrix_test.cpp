@@ -81,6 +81,8 @@ TEST(FilterMatrix, LaplacianAndSharpenCompareWithTheLimitItself) {
 
   matrix.SetSharpen(1.0, 1.0);
   EXPECT_THAT(All(matrix), ElementsAre(0, -1, 0, -1, 5, -1, 0, -1, 0));
+  matrix.SetSharpen(-1.0, 1.0);
+  EXPECT_EQ(CountBelowZero(matrix), 4);
   matrix.SetSharpen(2.0, 0.25);
   EXPECT_EQ(matrix.GetRadius(), 2);
   EXPECT_EQ(CountBelowZero(matrix), 8);
@@ -89,6 +91,26 @@ TEST(FilterMatrix, LaplacianAndSharpenCompareWithTheLimitItself) {
   EXPECT_EQ(CountBelowZero(matrix), 12);
   matrix.SetSharpen(0.3, 5.0);
   EXPECT_THAT(All(matrix), ElementsAre(0, 0, 0, 0, 1, 0, 0, 0, 0));
+}
+
+TEST(FilterMatrix, CfaCrossMarksTheNearestOfOneColour) {
+  struct Case {
+    int colour, bayer, radius;
+    std::vector<int> ones;
+  };
+  const std::vector<int> corners5 = {0, 4, 20, 24}, straight5 = {2, 10, 14, 22};
+  for (const Case& c : {Case{1, 1, 1, {0, 2, 6, 8}}, Case{0, 1, 2, straight5}, Case{2, 1, 2, straight5},
+                        Case{1, 0, 2, straight5}, Case{0, 0, 2, corners5}, Case{2, 0, 2, corners5}}) {
+    CFilterMatrix matrix;
+    matrix.SetDisc(3, 9.0);
+    ASSERT_EQ(matrix.SetCfaCross(c.colour, c.bayer), 4);
+    EXPECT_EQ(matrix.GetRadius(), c.radius);
+    std::vector<float> expected(static_cast<std::size_t>(matrix.GetCount()), 0.0f);
+    for (const int i : c.ones) expected[static_cast<std::size_t>(i)] = 1.0f;
+    EXPECT_EQ(All(matrix), expected) << "colour " << c.colour << ", bayer " << c.bayer;
+    EXPECT_EQ(matrix.SetCfaCross(3, c.bayer), 0);
+    EXPECT_EQ(All(matrix), expected);
+  }
 }
 
 TEST(FilterMatrix, LineLiesAtItsAngle) {

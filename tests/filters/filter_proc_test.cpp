@@ -167,6 +167,26 @@ TEST(FilterProc, UnnormalisedKernelsStayAsTheyAre) {
   EXPECT_FLOAT_EQ(normalised.Calc(3, 3), 2.0f);
 }
 
+TEST(Engines, CopiedGroupsOutliveTheirOriginal) {
+  CVynImage image;
+  Shape(image, 4, 4, 2);
+  Fill(image, [](int plane, int, int) { return plane ? 9.0f : 5.0f; });
+  CFilterMatrix identity;
+  identity.SetGaussianSigma(0.0);
+  CFilterProcEx copy;
+  EXPECT_EQ(copy.Calc(1, 1), 0.0f);
+  {
+    CFilterProcEx group;
+    group.Make(&image, &identity, 0, 1);
+    group.Make(&image, &identity, 1, 1);
+    group.SetPln(1);
+    copy = group;
+  }
+  EXPECT_EQ(copy.Calc(1, 1), 9.0f);
+  copy.SetPln(-1);
+  EXPECT_EQ(copy.Calc(1, 1), 5.0f);
+}
+
 TEST(Engines, StayInUseUntilCleared) {
   CVynImage image, owner;
   Shape(image, 8, 8, 3);

@@ -120,6 +120,13 @@ TEST(Histogram, SparseGridIsScaledUpAndShiftedByTheLeft) {
   int g[10], b[10];
   image.GetHistogramRGB(hist, g, b, 10, 0.0, 10.0, nullptr, nullptr, 0, 1, 1, &rect, 0, 0);
   EXPECT_EQ(std::vector<int>(g, g + 10), (std::vector<int>{20, 0, 20, 0, 20, 0, 0, 0, 0, 20}));
+  // Columns that the image no longer has are no samples.
+  CVynImage small;
+  small.CopyImage(image);
+  small.ChangeSize(5, 8);
+  Fill(small, [](int, int x, int) { return static_cast<float>(x); });
+  small.GetHistogramRGB(hist, g, b, 10, 0.0, 10.0, nullptr, nullptr, 0, 1, 1, nullptr, 0, 0);
+  EXPECT_EQ(std::vector<int>(g, g + 10), (std::vector<int>{13, 0, 13, 0, 13, 0, 0, 0, 0, 0}));
   // A grid of as many columns and rows as the image counts as none.
   image.SetHistogramCull({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 3, 4, 5, 6, 7});
   EXPECT_EQ(run(), (std::vector<int>{0, 2, 2, 2, 0, 0, 0, 0, 0, 0}));

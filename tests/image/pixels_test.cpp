@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "qmrimg/image/invert.h"
 #include "qmrimg/image/vyn_image.h"
 #include "tests/support/images.h"
 
@@ -157,6 +158,74 @@ TEST(CachedReader, KeepsItsRowsUntilItIsCleared) {
   EXPECT_EQ(image.GetPixelGrayRawBuf(0.5, 0.5, 1), 5.5f) << "the cache knows rows, not planes";
   image.GetPixelGrayRawBufInit();
   EXPECT_EQ(image.GetPixelGrayRawBuf(0.5, 0.5, 1), 105.5f);
+}
+
+TEST(CachedReader, NeverReadsPixelsThatAreGone) {
+  CVynImage image, other;
+  Shape(image, 300, 300, 2);
+  Shape(other, 3, 3, 1);
+  Fill(image, [](int, int, int) { return 7.0f; });
+  Fill(other, [](int, int, int) { return 9.0f; });
+  image.GetPixelGrayRawBufInit();
+  EXPECT_EQ(image.GetPixelGrayRawBuf(1.5, 1.5, 1), 7.0f);
+  ASSERT_TRUE(image.ChangePlanes(1));
+  EXPECT_EQ(image.GetPixelGrayRawBuf(1.5, 1.5, 0), 7.0f);
+  image.Swap(&other);
+  EXPECT_EQ(image.GetPixelGrayRawBuf(1.5, 1.5, 0), 9.0f);
+  EXPECT_EQ(other.GetPixelGrayRawBuf(1.5, 1.5, 0), 7.0f);
+  ASSERT_TRUE(other.ChangeSize(2, 2));
+  EXPECT_EQ(other.GetPixelGrayRawBuf(0.5, 0.5, 0), 0.0f);
+  other.Empty();
+  EXPECT_EQ(other.GetPixelGrayRawBuf(0.5, 0.5, 0), 0.0f);
+}
+
+// Fields changed without new pixels, and samples that are no floats: readers give 0, operations leave all as it is.
+TEST(ReadersAndWriters, ReachNothingWhenTheFieldsDoNotFitThePixels) {
+  const auto use = [](CVynImage& image) {
+    const auto before = image.GetPlaneImage(0);
+    image.SetPixelGrayRaw(0, 0, 9.0f, 0);
+    image.GetPixelGrayRawBufInit();
+    EXPECT_EQ(image.GetPixelGrayRaw(0.5, 0.5, 0), 0.0f);
+    EXPECT_EQ(image.GetPixelGrayRawBuf(0.5, 0.5, 0), 0.0f);
+    image.CutOutOfLevel();
+    image.CalcMinMax();
+    CImgInvert inverted;
+    Shape(inverted, 4, 4, 3);
+    inverted.Do(&image, nullptr, 0);
+    inverted.Do(nullptr, nullptr, 0);
+    EXPECT_EQ(At(inverted, 0, 0, 0), 0.0f);
+    inverted.PixelBlt(0, 0, 4, 4, &image, 0, 0, 1);
+    EXPECT_EQ(At(inverted, 0, 3, 3), 0.0f);
+    EXPECT_EQ(image.GetDib(24), nullptr);
+    EXPECT_EQ(image.GetPlaneImage(0), before);
+  };
+  for (int field = 0; field < 4; ++field) {
+    CVynImage image;
+    Shape(image, 4, 4, 3);
+    FillNoise(image, 1, 1.0, 2.0);
+    if (field == 0) image.SetWidth(5000);
+    if (field == 1) image.SetWidth(-1);
+    if (field == 2) image.SetHeight(5000);
+    if (field == 3) {
+      ASSERT_TRUE(image.ChangeBits(8, 0, 0));
+    }
+    use(image);
+  }
+  // Planes that are only announced are no colour.
+  CVynImage mono;
+  Shape(mono, 4, 4, 1);
+  FillNoise(mono, 1, 1.0, 2.0);
+  mono.SetPlanes(3);
+  int x, y;
+  double cx, cy;
+  EXPECT_GT(mono.Get1stBrighterPixel(0, nullptr, 0.5, x, y), 0.5f);
+  EXPECT_EQ(mono.GetCentroidRaw(cx, cy, nullptr), 1);
+  GlobalFree(mono.GetDib(24));
+  CVynImage gray;
+  Shape(gray, 4, 4, 3);
+  EXPECT_EQ(gray.ToGray(&mono, 0), 1);
+  EXPECT_EQ(At(gray, 0, 2, 2), At(mono, 0, 2, 2));
+  EXPECT_EQ(gray.ToColor(nullptr, 0), 0);
 }
 
 // ---- Transformed readers ------------------------------------------------------------------------------------------

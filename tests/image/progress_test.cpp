@@ -1,7 +1,9 @@
 // The progress protocol and the frame that operations run in.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <new>
 #include <numeric>
 #include <thread>
 #include <vector>
@@ -58,8 +60,8 @@ TEST(Progress, EndIsSentOnce) {
   CVynImage image;
   image.SetProgressHandle(&window);
   image.ShowProgressInit(1, L"title", 10);
-  image.ShowProgressEnd(nullptr);
-  image.ShowProgressEnd(nullptr);
+  image.ShowProgressEnd(0);
+  image.ShowProgressEnd(0);
   ASSERT_EQ(window.events.size(), 2u);
   EXPECT_EQ(window.events[1].code, qmr::kProgressEnd);
   EXPECT_FALSE(window.events[1].hasText);
@@ -183,6 +185,29 @@ TEST_P(Frame, BringsTheFirstErrorToTheCaller) {
       e->Delete();
     }
   }
+}
+
+TEST_P(Frame, TurnsLackOfMemoryIntoTheMemoryException) {
+  const auto throws = [](auto&& run) {
+    try {
+      run();
+      return false;
+    } catch (CMemoryException* e) {
+      e->Delete();
+      return true;
+    }
+  };
+  const auto fail = [](int y) {
+    if (y == 7) throw std::bad_alloc();
+  };
+  EXPECT_TRUE(throws([&] { qmr::ForRows(0, 20, fail); }));
+  EXPECT_TRUE(throws([&] { qmr::ForRowsSerial(0, 20, fail); }));
+  EXPECT_TRUE(throws([&] { qmr::ForRowRanges(0, 20, [](int, int) { throw std::bad_alloc(); }); }));
+  using Part = std::array<char, 64>;
+  EXPECT_TRUE(throws([&] {
+    qmr::FoldRows(
+        0, 20, Part{}, [](int) -> Part { throw std::bad_alloc(); }, [](const Part& a, const Part&) { return a; });
+  }));
 }
 
 TEST_P(Frame, FoldsInTheOrderOfRows) {

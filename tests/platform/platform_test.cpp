@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "qmrimg/platform/array.h"
 #include "qmrimg/platform/device.h"
@@ -31,6 +32,11 @@ TEST(Text, CutsAndSearchesWithinItsLength) {
   EXPECT_EQ(trimmed.GetAt(99), 0);
   EXPECT_EQ(trimmed.CompareNoCase(L"sHARP=1.5, 星"), 0);
   EXPECT_NE(trimmed.Compare(L"sharp=1.5, 星"), 0);
+  // A null pointer is an empty text.
+  const wchar_t* const none = nullptr;
+  EXPECT_EQ(CString(none).Compare(none), 0);
+  EXPECT_FALSE(trimmed == none);
+  EXPECT_EQ(trimmed.Find(none, 2), 2);
 }
 
 TEST(Text, FormatsAnyLength) {
@@ -63,6 +69,20 @@ TEST(Array, RaisesTheInvalidArgumentExceptionOutside) {
       e->Delete();
     }
   }
+}
+
+TEST(Array, LackOfMemoryIsTheMemoryException) {
+  struct Starved {
+    Starved() { throw std::bad_alloc(); }
+  };
+  CArray<Starved> array;
+  try {
+    array.SetSize(2);
+    ADD_FAILURE();
+  } catch (CMemoryException* e) {
+    e->Delete();
+  }
+  EXPECT_EQ(array.GetSize(), 0);
 }
 
 TEST(Points, TruncateTowardsZeroWhateverTheValue) {

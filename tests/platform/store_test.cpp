@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -107,6 +109,20 @@ TEST(Store, AddressesOutsideAreNull) {
   EXPECT_EQ(CImage().GetImageAdr(0, 0, 0, 1u, nullptr), nullptr);
 }
 
+TEST(Store, RefusesShapesThatNoMemoryHolds) {
+  // Bits, width and height whose product wraps to something small, and a sample code without a size.
+  const std::array<int, 3> shapes[] = {
+      {-64, INT_MAX - 31, INT_MAX}, {1 << 30, 1 << 20, 1 << 20}, {INT_MIN, 4, 4}, {-32, 0, 4}, {4, 8, 8}};
+  for (const auto& [bits, width, height] : shapes) {
+    try {
+      const CVmImage store(bits, width, height, 1, nullptr, nullptr);
+      ADD_FAILURE() << bits << ", " << width << ", " << height;
+    } catch (CMemoryException* e) {
+      e->Delete();
+    }
+  }
+}
+
 TEST(Store, CountsPins) {
   CImage image(-32, 5, 4, 1, 1.0, 0.0, 1);
   const CVmImage& store = *image.GetVmImage();
@@ -157,6 +173,53 @@ TEST(BaseImage, ReadsSamplesOfEveryCode) {
   EXPECT_EQ(odd.GetPixel(0, 0, 0), 0.0);
   odd.SetBitsPixel(-32);
   EXPECT_EQ(odd.GetPixel(1, 0, 0), 0.0) << "outside";
+}
+
+// Fields that tell of more than the pixels: nothing may be reached by them until there are pixels for them.
+TEST(BaseImage, FieldsAheadOfThePixelsReachNothing) {
+  const auto set = [](CImage& image, int field) {
+    if (field == 0) image.SetWidth(4000);
+    if (field == 1) image.SetHeight(4000);
+    if (field == 2) image.SetBitsPixel(-64);
+  };
+  for (int field = 0; field < 3; ++field) {
+    CImage image(-32, 5, 4, 1, 1.0, 0.0, 1);
+    FillBytes(image, 0x5A);
+    set(image, field);
+    EXPECT_EQ(image.GetImageAdr(0, 0, 0, 1, 0, nullptr), nullptr) << field;
+    EXPECT_EQ(image.GetPixel(4, 3, 0), 0.0);
+    double min = 1.0, max = 1.0;
+    image.GetMinMax(0, &min, &max);
+    EXPECT_EQ(max, 0.0);
+    CImage converted(image);
+    ASSERT_TRUE(converted.ChangeBits(16, 0, 0));
+    EXPECT_EQ(converted.GetPixel(0, 0, 0), 0.0);
+    ASSERT_TRUE(image.ChangePlanes(3));
+    ExpectBytes(image, 0);
+  }
+  // Fewer rows than there are: a third plane must not be smaller than the first one.
+  CImage image(-32, 5, 400, 1, 1.0, 0.0, 1);
+  image.SetHeight(2);
+  ASSERT_TRUE(image.ChangePlanes(3));
+  EXPECT_EQ(image.GetImageAdr(0, 2, 2, 1, 0, nullptr), nullptr);
+  // What can't be had leaves the image as it was.
+  image.SetWidth(INT_MAX);
+  image.SetHeight(INT_MAX);
+  EXPECT_FALSE(image.ChangePlanes(1));
+  EXPECT_EQ(image.GetPlanes(), 3);
+  EXPECT_EQ(image.GetPixelCount(), INT_MAX);
+}
+
+TEST(BaseImage, CreateMakesPixelsAndLevelsForTheFieldsAlone) {
+  CImage fields, image;
+  fields.SetWidth(3);
+  fields.SetHeight(2);
+  fields.SetPlanes(3);
+  ASSERT_TRUE(image.Create(fields));
+  ExpectBytes(image, 0);
+  image.SetLevel(2, 5.0, 7.0);
+  EXPECT_EQ(image.GetLevelRange(2), 2.0);
+  EXPECT_EQ(image.GetLevelMax(0), 255.0);
 }
 
 TEST(BaseImage, PlanesDecideTheColourMode) {
@@ -266,7 +329,8 @@ class Settings : public testing::Test {
  protected:
   void SetUp() override {
     path_ = testing::TempDir() + "/qmrimg-settings-test.ini";
-    std::ofstream(path_) << "; a comment\n[ eval ]\r\nMin = 3\r\nMax=ten\nBig=99999999999\n[Psf]\n MAX = 7.25 \n[Empty";
+    std::ofstream(path_) << "; a comment\n[ eval ]\r\nMin = 3\r\nMax=ten\nBig=99999999999\n[Psf]\n MAX = 7.25 "
+                            "\nLow=nan\nPlus=+1e2\n[Empty";
     qmr::SetSettingsFile(path_);
   }
   void TearDown() override {
@@ -289,6 +353,10 @@ TEST_F(Settings, AreReadOrDefault) {
   EXPECT_EQ(d, 7.25);
   EXPECT_FALSE(CRegistry::Read(L"Psf", L"Min", 20.0, &d));
   EXPECT_EQ(d, 20.0);
+  EXPECT_FALSE(CRegistry::Read(L"Psf", L"Low", 20.0, &d)) << "no number";
+  EXPECT_EQ(d, 20.0);
+  EXPECT_TRUE(CRegistry::Read(L"Psf", L"Plus", 20.0, &d));
+  EXPECT_EQ(d, 100.0);
   qmr::SetSettingsFile("/nowhere/at/all.ini");
   EXPECT_FALSE(CRegistry::Read(L"Eval", L"Min", 1, &i, 1));
   EXPECT_EQ(i, 1);

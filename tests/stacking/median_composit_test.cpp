@@ -367,6 +367,24 @@ TEST_F(MedianComposit, RefusesOtherStripsAndMissingItems) {
   EXPECT_EQ(Bytes(destination_), after);
 }
 
+// Stored lines hold rows of the shape that the destination had.
+TEST_F(MedianComposit, RefusesADestinationOfAnotherShape) {
+  Frames(1, 3);
+  CImgMedianComposit stack(&destination_, 0);
+  Shape(destination_, kWidth, kHeight, 3);
+  ASSERT_EQ(stack.Store(frames_[0].get(), 2, 4, 0, 0, 0, 0, 0, nullptr, 0), 1);
+  for (const int planes : {1, 3}) {
+    Shape(destination_, planes == 3 ? 5 * kWidth : kWidth, kHeight, planes);
+    const std::string before = Bytes(destination_);
+    stack.Calc(2, 4);
+    EXPECT_EQ(stack.Store(frames_[0].get(), 2, 4, 0, 0, 0, 0, 0, nullptr, 0), 0);
+    EXPECT_EQ(Bytes(destination_), before);
+  }
+  Shape(destination_, kWidth, kHeight, 3);
+  stack.Calc(2, 4);
+  EXPECT_EQ(At(destination_, 1, 5, 3), At(*frames_[0], 1, 5, 3));
+}
+
 TEST(MedianCompositProgress, ReportsEachStripOnTheDestination) {
   CVynImage destination, frame;
   Shape(destination, 4, 10, 1);

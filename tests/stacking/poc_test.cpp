@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -330,6 +332,10 @@ TEST(PeakEvaluation, CornersEmptySurfacesAndSinglePixels) {
     const int far = 1000000, below = -7;
     engine.PeakOfPOC(&far, &below, dx, dy, peak);
     EXPECT_TRUE(std::isfinite(dx) && std::isfinite(dy));
+    const int last = std::numeric_limits<int>::max(), first = std::numeric_limits<int>::min();
+    engine.PeakOfPOC(&last, &first, dx, dy, peak);
+    EXPECT_TRUE(std::isfinite(dx) && std::isfinite(dy));
+    EXPECT_TRUE(std::isfinite(engine.u(0.5, last, first, first, 1)) && std::isfinite(engine.v(0.5, 0, first, last, 0)));
     engine.PeakOfPOC1D(h, dx);
     engine.PeakOfPOC1D(-1, dx);
   }
@@ -417,6 +423,25 @@ TEST(FourierImage, InverseGivesTheImageBackInBothForms) {
   }
   EXPECT_EQ(image.Do(0, 1, 0, nullptr, nullptr, nullptr, nullptr, 0), 0);
   EXPECT_EQ(image.DoLogPolar(nullptr, nullptr, 0, 0), 0);
+}
+
+// Their rows are shorter than rows of floats: they count as black, and as outputs they stay as they are.
+TEST(FourierImage, ImagesOfAnotherSampleCodeAreNotTouched) {
+  CImgFourier image;
+  Shape(image, 64, 64, 1);
+  qmr::test::FillNoise(image, 3);
+  CVynImage words(16, 64, 64, 1, 1.0, 0.0, 1), real;
+  const std::size_t bytes = 64 * sizeof(std::uint16_t);
+  std::memset(words.GetImageAdr(0, 63, 0, 0, 0, nullptr), 0x5a, bytes);
+  const std::vector<unsigned char> before(bytes, 0x5a);
+  Shape(real, 64, 64, 1);
+  CRect rect(0, 0, 64, 64);
+  EXPECT_EQ(Measure(image, words, 0.0, nullptr, &words).result, 1);
+  EXPECT_EQ(Measure(image, words, 0.0, &rect, &words).peak, 0.0);
+  ASSERT_EQ(image.Do(0, 1, 0, &words, &real, &words, &rect, 0), 1);
+  // Without an imaginary part the spectrum is symmetric.
+  EXPECT_NEAR(At(real, 0, 5, 9), At(real, 0, 59, 55), 0.05);
+  EXPECT_EQ(std::memcmp(words.GetImageAdr(0, 63, 0, 1, 0, nullptr), before.data(), bytes), 0);
 }
 
 TEST(FourierImage, WindowAndLogPolarReachEveryPlane) {

@@ -18,7 +18,7 @@ constexpr int kManyBins = 2048;
 inline int PlaceOf(double v, const BinScale& scale) {
   const double place = (v - scale.min) * scale.perUnit;
   const double last = scale.bins - 1;
-  const double upper = place < last ? place : last;
+  const double upper = place > last ? last : place;
   // Written so that not-a-number gives 0.
   const int bin = static_cast<int>(upper > 0.0 ? upper : 0.0);
   const int notBelow = v >= scale.min ? bin : scale.bins;

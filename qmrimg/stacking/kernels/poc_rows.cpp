@@ -48,12 +48,12 @@ void CrossSpectrum(float* a, const float* b, int from, int to) {
 }
 
 // Reflected about the end samples, which are not repeated.
-int Reflect(int k, int count) {
+int Reflect(long k, int count) {
   if (count < 2) return 0;
-  const int period = 2 * (count - 1);
+  const long period = 2 * (static_cast<long>(count) - 1);
   k %= period;
   if (k < 0) k += period;
-  return k < count ? k : period - k;
+  return static_cast<int>(k < count ? k : period - k);
 }
 
 }  // namespace
@@ -84,28 +84,28 @@ void DeconvolveRow(float* a, const float* o, int width, float eps) {
   }
 }
 
-int PeakLine::Clamp(int k) const {
-  return std::clamp(k, 0, count - 1);
+int PeakLine::Clamp(long k) const {
+  return static_cast<int>(std::clamp(k, 0L, count - 1L));
 }
-double PeakLine::Value(int k) const {
+double PeakLine::Value(long k) const {
   return first[step * Clamp(k)];
 }
-double PeakLine::Distance(int k) const {
+double PeakLine::Distance(long k) const {
   return Clamp(k) - count / 2;
 }
 
-double PeakU(const PeakLine& line, double alpha, int n, int i) {
+double PeakU(const PeakLine& line, double alpha, long n, int i) {
   return line.Value(n - i) + line.Value(n + i) - 2.0 * std::cos(alpha * kPi * i) * line.Value(n);
 }
 
-double PeakV(const PeakLine& line, double alpha, int n, int i) {
+double PeakV(const PeakLine& line, double alpha, long n, int i) {
   // This sign makes the quotient the position of the peak itself.
   return line.Distance(n - i) * line.Value(n - i) + line.Distance(n + i) * line.Value(n + i) -
          2.0 * std::cos(alpha * kPi * i) * line.Distance(n) * line.Value(n);
 }
 
 double PeakPosition(const PeakLine& line, int at) {
-  const int left = Reflect(at - 1, line.count), right = Reflect(at + 1, line.count);
+  const int left = Reflect(at - 1L, line.count), right = Reflect(at + 1L, line.count);
   const int neighbour = line.Value(left) > line.Value(right) ? left : right;
   double numerator = 0.0, denominator = 0.0;
   for (const int n : {at, neighbour}) {

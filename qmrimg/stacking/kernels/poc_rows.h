@@ -17,16 +17,16 @@ struct PeakLine {
   int count;
 
   // Value and distance from the centre at `k`, clamped to the line.
-  double Value(int k) const;
-  double Distance(int k) const;
-  int Clamp(int k) const;
+  double Value(long k) const;
+  double Distance(long k) const;
+  int Clamp(long k) const;
 };
 
 // The two sums of the peak evaluation formula (S. Nagashima, T. Aoki, T. Higuchi, K. Kobayashi: A subpixel image
 // matching technique using phase-only correlation, 2006): a band-limited peak at the distance p from the centre
 // satisfies PeakV = p PeakU at every n and i.
-double PeakU(const PeakLine& line, double alpha, int n, int i);
-double PeakV(const PeakLine& line, double alpha, int n, int i);
+double PeakU(const PeakLine& line, double alpha, long n, int i);
+double PeakV(const PeakLine& line, double alpha, long n, int i);
 
 // Position of the peak near sample `at`, measured from the centre: a least-squares fit over that sample and its
 // higher neighbour; 0 when the line is flat there.
