@@ -18,6 +18,9 @@ namespace {
 
 constexpr std::size_t kSmallPage = 4096;
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
+// Smaller blocks come from the heap: they serve as work rows, too, where a mapping would cost more than the work.
+constexpr std::size_t kLeastMapping = std::size_t{64} << 10;
+constexpr std::size_t kAlignment = 64;
 
 struct Mapping {
   std::byte* data = nullptr;
@@ -111,6 +114,12 @@ Block::Block(std::size_t bytes, Content content) : size_(bytes) {
     size_ = 0;
     return;
   }
+  if (bytes < kLeastMapping) {
+    data_ = static_cast<std::byte*>(std::aligned_alloc(kAlignment, RoundUp(bytes, kAlignment)));
+    if (!data_) size_ = 0;
+    if (data_ && content == Content::kZero) std::memset(data_, 0, size_);
+    return;
+  }
   mapped_ = RoundUp(bytes, bytes >= 2 * kHugePage ? kHugePage : kSmallPage);
   Pool& pool = ThePool();
   bool reused = false;
@@ -168,7 +177,9 @@ Block::~Block() {
 
 void Block::Release() {
   if (!data_) return;
-  if (file_) {
+  if (mapped_ == 0) {
+    std::free(data_);
+  } else if (file_) {
     munmap(data_, mapped_);
   } else {
     Pool& pool = ThePool();

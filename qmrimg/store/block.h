@@ -7,7 +7,7 @@
 
 namespace qmr {
 
-// One contiguous stretch of memory that starts on a page or 64-byte boundary. Movable, not copyable.
+// One contiguous stretch of memory that starts on a 64-byte boundary. Movable, not copyable.
 class QMR_API Block {
  public:
   enum class Content { kZero, kUndefined };
@@ -27,7 +27,7 @@ class QMR_API Block {
 
   std::byte* data_ = nullptr;
   std::size_t size_ = 0;
-  // The length that was mapped, with a kind in `file_`; released blocks go back to a small pool.
+  // The length that was mapped, 0 for a small block from the heap; released mappings go back to a pool.
   std::size_t mapped_ = 0;
   bool file_ = false;
 };
