@@ -61,7 +61,7 @@ std::vector<std::string> History(const NightResult& result, const Masters& maste
     kappa.Format(L", kappa %g", options.kappa);
     combine += NarrowUtf8(kappa.GetString());
   }
-  combine += ", interpolation " + NarrowUtf8(CInterp::GetEngString(options.interpolation).GetString());
+  combine += ", " + NarrowUtf8(CInterp::GetEngString(options.interpolation).GetString());
   if (options.normalise != Normalisation::kNone)
     combine += options.normalise == Normalisation::kScale ? ", normalised by sky and scale" : ", normalised by sky";
   lines.push_back(combine);
