@@ -34,16 +34,10 @@ int CFft::Create(int newWidth, int newHeight) {
   log2Width = qmr::Log2Exact(width);
   log2Height = qmr::Log2Exact(height);
   isAmpA = isAmpB = 0;
-  blockA_ = qmr::Block();
-  blockB_ = qmr::Block();
-  blockA_ = qmr::AllocateComplex(width, height);
-  blockB_ = qmr::AllocateComplex(width, height);
+  const bool allocated = qmr::AllocatePair(width, height, blockA_, blockB_);
   arrayA = reinterpret_cast<complex*>(blockA_.Get());
   arrayB = reinterpret_cast<complex*>(blockB_.Get());
-  if (!arrayA || !arrayB) {
-    blockA_ = qmr::Block();
-    blockB_ = qmr::Block();
-    arrayA = arrayB = nullptr;
+  if (!allocated) {
     width = height = log2Width = log2Height = 0;
     return 0;
   }

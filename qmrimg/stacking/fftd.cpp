@@ -48,17 +48,10 @@ int CFftd::Create(int newWidth, int newHeight) {
   log2Width = qmr::Log2Exact(width);
   log2Height = qmr::Log2Exact(height);
   isAmpA = isAmpB = 0;
-  // The old arrays go first: a second engine of the same size must not need twice the memory.
-  blockA_ = qmr::Block();
-  blockB_ = qmr::Block();
-  blockA_ = qmr::AllocateComplex(width, height);
-  blockB_ = qmr::AllocateComplex(width, height);
+  const bool allocated = qmr::AllocatePair(width, height, blockA_, blockB_);
   arrayA = reinterpret_cast<dcomplex*>(blockA_.Get());
   arrayB = reinterpret_cast<dcomplex*>(blockB_.Get());
-  if (!arrayA || !arrayB) {
-    blockA_ = qmr::Block();
-    blockB_ = qmr::Block();
-    arrayA = arrayB = nullptr;
+  if (!allocated) {
     width = height = log2Width = log2Height = 0;
     return 0;
   }

@@ -23,4 +23,17 @@ inline Block AllocateComplex(int width, int height) {
   return Block(bytes, Block::Content::kUndefined);
 }
 
+// The two arrays of an engine; both empty, and false, when one of them can't be had. The old ones go first: a second
+// engine of the same size must not need twice the memory.
+inline bool AllocatePair(int width, int height, Block& a, Block& b) {
+  a = Block();
+  b = Block();
+  a = AllocateComplex(width, height);
+  b = AllocateComplex(width, height);
+  if (a.Get() && b.Get()) return true;
+  a = Block();
+  b = Block();
+  return false;
+}
+
 }  // namespace qmr
