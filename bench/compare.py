@@ -22,6 +22,8 @@ THREADS = int(os.environ["OMP_NUM_THREADS"])
 
 import numpy as np  # noqa: E402  (the thread count must be set before)
 
+import filter_peers as fp  # noqa: E402
+
 try:
     import cv2
     cv2.setNumThreads(THREADS)
@@ -138,6 +140,7 @@ ROWS = [
     ("image_bench", "ToDib/32", "levels to a 32-bit bitmap", "numpy copy, 1 thread", numpy_copy),
     ("filter_bench", "Gaussian/2", "Gaussian, sigma 2", "OpenCV GaussianBlur, same taps", lambda: opencv_blur(2)),
     ("filter_bench", "Gaussian/10", "Gaussian, sigma 10", "OpenCV GaussianBlur, same taps", lambda: opencv_blur(10)),
+    *fp.ROWS,
     ("fft_bench", "Transform<CFftd>/1024", "transform of 1024 x 1024", "SciPy fft2", lambda: scipy_fft(1024)),
     ("fft_bench", "Transform<CFftd>/2048", "transform of 2048 x 2048", "SciPy fft2", lambda: scipy_fft(2048)),
     ("fft_bench", "Transform<CFftd>/4096", "transform of 4096 x 4096", "SciPy fft2", lambda: scipy_fft(4096)),
@@ -181,7 +184,13 @@ def main():
             continue
         if not os.path.exists(os.path.join(arguments.build, "bench", program)):
             continue
-        body = make(arguments.build) if make is siril_develop else make()
+        if peer == fp.OWN:
+            peer = "our " + make
+
+            def body(name=make):
+                return ours(arguments.build, program, name)["real_time"] / 1e3
+        else:
+            body = make(arguments.build) if make is siril_develop else make()
         if body:
             body()
         mine, theirs, last = [], [], None

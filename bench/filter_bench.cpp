@@ -3,42 +3,14 @@
 
 #include <cstdint>
 
+#include "bench/bench_frame.h"
 #include "qmrimg/filters/filter_blur.h"
 
 namespace {
 
-constexpr int kWidth = 6000;
-constexpr int kHeight = 4000;
-constexpr int kPlanes = 3;
+using namespace qmr_bench;
 
-void FillPattern(CVynImage& image) {
-  std::uint32_t state = 1;
-  for (int p = 0; p < image.GetPlanes(); ++p) {
-    for (int y = 0; y < image.GetHeight(); ++y) {
-      auto* row = static_cast<float*>(image.GetImageAdr(0, y, p, 0, 0, nullptr));
-      for (int x = 0; x < image.GetWidth(); ++x) {
-        state = state * 1664525u + 1013904223u;
-        row[x] = static_cast<float>(state >> 16);
-      }
-    }
-  }
-}
-
-// One plane-sized read and one write a pixel are the least that a filter must move.
-void Report(benchmark::State& state) {
-  const std::int64_t pixels = std::int64_t{kWidth} * kHeight * kPlanes * state.iterations();
-  state.SetItemsProcessed(pixels);
-  state.SetBytesProcessed(pixels * 2 * static_cast<std::int64_t>(sizeof(float)));
-}
-
-struct Images {
-  Images() : source(-32, kWidth, kHeight, kPlanes, 1.0, 0.0, 1) {
-    FillPattern(source);
-    result.Create(source);
-  }
-  CVynImage source;
-  CImgFilterBlur result;
-};
+using Images = Frames<CImgFilterBlur>;
 
 void Gaussian(benchmark::State& state) {
   Images images;

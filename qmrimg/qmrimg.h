@@ -5,6 +5,7 @@
 #include "qmrimg/platform/array.h"
 #include "qmrimg/platform/bitmap_header.h"
 #include "qmrimg/platform/critical_section.h"
+#include "qmrimg/platform/debug_output.h"
 #include "qmrimg/platform/device.h"
 #include "qmrimg/platform/exception.h"
 #include "qmrimg/platform/geometry.h"
@@ -31,10 +32,15 @@
 
 // Operations
 #include "qmrimg/colour/color.h"
+#include "qmrimg/filters/filter.h"
 #include "qmrimg/filters/filter_block.h"
 #include "qmrimg/filters/filter_blur.h"
 #include "qmrimg/filters/filter_matrix.h"
+#include "qmrimg/filters/filter_misc.h"
 #include "qmrimg/filters/filter_proc.h"
+#include "qmrimg/filters/filter_sharp.h"
+#include "qmrimg/filters/filter_special.h"
+#include "qmrimg/filters/wavelet.h"
 #include "qmrimg/geometry/interp.h"
 #include "qmrimg/levels/auto_level.h"
 #include "qmrimg/levels/auto_stretch.h"

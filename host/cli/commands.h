@@ -12,6 +12,7 @@ using Run = std::function<int()>;
 
 void AddStack(CLI::App& program, Run& run);
 void AddSimulate(CLI::App& program, Run& run);
+void AddFilter(CLI::App& program, Run& run);
 void AddInfo(CLI::App& program, Run& run);
 
 }  // namespace qmr

@@ -7,6 +7,7 @@
 
 #include "host/cli/commands.h"
 #include "host/cli/interrupt.h"
+#include "host/cli/nearest.h"
 #include "host/files/image_file.h"
 #include "host/night/failure.h"
 #include "host/version.h"
@@ -32,6 +33,7 @@ int RunProgram(int argc, char** argv) {
   qmr::Run run;
   qmr::AddStack(program, run);
   qmr::AddSimulate(program, run);
+  qmr::AddFilter(program, run);
   qmr::AddInfo(program, run);
   try {
     program.parse(argc, argv);
@@ -40,7 +42,9 @@ int RunProgram(int argc, char** argv) {
   } catch (const CLI::CallForVersion& e) {
     return program.exit(e);
   } catch (const CLI::ParseError& e) {
-    std::fprintf(stderr, "qmr: %s\n", e.what());
+    // A word that is not understood is often the reason for what seems to be missing.
+    const std::string unknown = qmr::UnknownWord(program);
+    std::fprintf(stderr, "qmr: %s\n", unknown.empty() ? e.what() : unknown.c_str());
     return qmr::kExitUsage;
   }
   qmr::SetMaxThreads(threads);

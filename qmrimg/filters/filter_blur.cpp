@@ -2,26 +2,21 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <memory>
 #include <span>
-#include <vector>
 
 #include "qmrimg/filters/filter_matrix.h"
+#include "qmrimg/filters/plane_values.h"
 #include "qmrimg/filters/selection.h"
 #include "qmrimg/filters/separable_scan.h"
+#include "qmrimg/filters/snapshot.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 
 namespace {
 
 constexpr int kMessageGaussian = 6131;
-// An image has three engines.
-constexpr int kMaxPlanes = 3;
 
-template <class T>
-std::vector<T> ForAllPlanes(const T& value, const CImage& image) {
-  return std::vector<T>(static_cast<std::size_t>(std::max(image.GetPlanes(), 1)), value);
-}
+using qmr::ForAllPlanes;
 
 }  // namespace
 
@@ -44,9 +39,7 @@ void CImgFilterBlur::GaussianFilter(double sigma, int minOn, double min, double 
 
 void CImgFilterBlur::GaussianFilter(double* sigma, int* minOn, double* min, double* minBuf, int* maxOn, double* max,
                                     double* maxBuf, CVynImage* source, CRect* pRect, int bProgress) {
-  std::vector<qmr::SelectionLimits> limits;
-  for (int p = 0; p < Planes; ++p) limits.push_back({minOn[p], min[p], minBuf[p], maxOn[p], max[p], maxBuf[p]});
-  Gaussian(sigma, limits.data(), source, pRect, bProgress);
+  Gaussian(sigma, qmr::LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf).data(), source, pRect, bProgress);
 }
 
 void CImgFilterBlur::Gaussian(const double* sigma, const qmr::SelectionLimits* limits, CVynImage* source, CRect* pRect,
@@ -55,16 +48,15 @@ void CImgFilterBlur::Gaussian(const double* sigma, const qmr::SelectionLimits* l
   int left, top, right, bottom;
   NormalizeRect(pRect, left, top, right, bottom);
   ShowProgressInit(bProgress, kMessageGaussian, (bottom - top) * Planes);
-  // Rows of this image would be read after rows near them were written; a copy keeps what they were.
-  std::unique_ptr<CVynImage> before;
-  for (int p = 0; p < std::min({Planes, source->GetPlanes(), kMaxPlanes}); ++p) {
+  qmr::Snapshot before(*this);
+  for (int p = 0; p < std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes}); ++p) {
     CFilterMatrix matrix;
     matrix.SetGaussianSigma(sigma[p]);
     MakeFilterProc(source, &matrix, p, 1);
     SetFilterProcPln(p);
     const CFilterProc& engine = *CurFilterProc;
-    if (engine.GetSource() == this && !before) before = std::make_unique<CVynImage>(*this);
-    const CVynImage& image = engine.GetSource() == this ? *before : *engine.GetSource();
+    // The source of the call that filled the engine.
+    const CVynImage& image = before.Of(*engine.GetSource());
     const bool limited = limits != nullptr;
     const qmr::Selection selection(*source, p, limited ? limits[p] : qmr::SelectionLimits{});
     qmr::ForRowRanges(top, bottom, [&](int first, int last) {

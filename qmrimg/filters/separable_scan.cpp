@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "qmrimg/filters/kernels/block_rows.h"
 #include "qmrimg/filters/kernels/separable_rows.h"
 #include "qmrimg/image/row_access.h"
 
@@ -23,10 +24,14 @@ SeparableScan::SeparableScan(const CImage& image, int plane, std::span<const flo
   if (columns_ == 0) return;
   // Rows of whole blocks spare the passes a special case at their end.
   stride_ = (static_cast<std::size_t>(columns_) + kColumnsAtOnce - 1) / kColumnsAtOnce * kColumnsAtOnce;
+  while (zeros_ < radius_ && kernel_[static_cast<std::size_t>(zeros_)] == 0.0 &&
+         kernel_[kernel_.size() - 1 - static_cast<std::size_t>(zeros_)] == 0.0)
+    ++zeros_;
   ringRows_ = static_cast<int>(kernel_.size()) + kRowsAtOnce - 1;
   wide_.resize(stride_ + kernel_.size() - 1);
   ring_.resize(stride_ * static_cast<std::size_t>(ringRows_));
   out_.resize(stride_ * kRowsAtOnce);
+  finite_.resize(static_cast<std::size_t>(ringRows_), 1);
   window_.resize(static_cast<std::size_t>(ringRows_));
 }
 
@@ -37,10 +42,16 @@ std::span<const float> SeparableScan::Row(int y) {
     const std::int64_t first = static_cast<std::int64_t>(y) - radius_;
     const std::int64_t last = static_cast<std::int64_t>(y) + count + radius_;
     FillRing(first, last);
-    for (std::int64_t r = first; r < last; ++r) window_[static_cast<std::size_t>(r - first)] = RingRow(r);
+    bool finite = true;
+    for (std::int64_t r = first; r < last; ++r) {
+      window_[static_cast<std::size_t>(r - first)] = RingRow(r);
+      finite = finite && finite_[RingSlot(r)];
+    }
+    // A sum in double is never -0, so that it takes no notice of a term of 0.
+    const int skipped = finite ? zeros_ : 0;
     float* out[kRowsAtOnce];
     for (int r = 0; r < kRowsAtOnce; ++r) out[r] = out_.data() + static_cast<std::size_t>(r) * stride_;
-    FilterAcrossRows(window_.data(), kernel_, count, stride_, out);
+    FilterAcrossRows(window_.data() + skipped, Taps(skipped), count, stride_, out);
     outFirst_ = y;
     outCount_ = count;
   }
@@ -52,15 +63,23 @@ void SeparableScan::FillRing(std::int64_t first, std::int64_t last) {
   for (; ringLast_ < last; ++ringLast_) {
     const int row = SeparableSourceRow(ringLast_, image_.GetHeight());
     // All of the row: the columns beside the wanted ones are taps, too.
-    WidenRow(ReadRow(image_, row, plane_, 0, image_.GetWidth()), left_, radius_, wide_);
-    FilterAlongRow(wide_.data(), kernel_, {RingRow(ringLast_), stride_});
+    const std::span<const float> pixels = ReadRow(image_, row, plane_, 0, image_.GetWidth());
+    const std::span<float> filtered(RingRow(ringLast_), stride_);
+    const int skipped = zeros_ > 0 && AllFinite(pixels) ? zeros_ : 0;
+    WidenRow(pixels, left_, radius_, wide_);
+    FilterAlongRow(wide_.data() + skipped, Taps(skipped), filtered);
+    if (zeros_ > 0) finite_[RingSlot(ringLast_)] = AllFinite(filtered);
   }
   ringFirst_ = std::max(ringFirst_, ringLast_ - ringRows_);
 }
 
-float* SeparableScan::RingRow(std::int64_t y) {
-  const std::int64_t row = (y % ringRows_ + ringRows_) % ringRows_;
-  return ring_.data() + static_cast<std::size_t>(row) * stride_;
+std::size_t SeparableScan::RingSlot(std::int64_t y) const {
+  return static_cast<std::size_t>((y % ringRows_ + ringRows_) % ringRows_);
+}
+
+std::span<const double> SeparableScan::Taps(int skipped) const {
+  const auto ends = static_cast<std::size_t>(skipped);
+  return std::span(kernel_).subspan(ends, kernel_.size() - 2 * ends);
 }
 
 }  // namespace qmr

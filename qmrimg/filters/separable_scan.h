@@ -11,7 +11,8 @@ namespace qmr {
 
 // One thread's downward scan over a plane: the values of CFilterProc::Calc, a row at a time. A scan keeps a ring of
 // horizontally filtered rows of its own, filled afresh at its first row, so its results depend on the image alone.
-// Rows may be asked for in any order; ascending order without gaps is fast.
+// Rows may be asked for in any order; ascending order without gaps is fast. Taps of 0 at both ends of the kernel cost
+// nothing but where they meet infinities or not-a-number, whose product with 0 is not a number.
 class SeparableScan {
  public:
   // Columns left..right - 1 are filtered; they are cut to the image. Rows from `bottom` on are not computed ahead.
@@ -24,7 +25,10 @@ class SeparableScan {
 
  private:
   void FillRing(std::int64_t first, std::int64_t last);
-  float* RingRow(std::int64_t y);
+  std::size_t RingSlot(std::int64_t y) const;
+  float* RingRow(std::int64_t y) { return ring_.data() + RingSlot(y) * stride_; }
+  // The kernel without its first and last `skipped` taps.
+  std::span<const double> Taps(int skipped) const;
 
   const CImage& image_;
   int plane_;
@@ -34,8 +38,12 @@ class SeparableScan {
   int bottom_;
   std::size_t stride_ = 0;
   std::vector<double> kernel_;
+  // So many taps at either end of the kernel are 0; the centre is not counted.
+  int zeros_ = 0;
   std::vector<double> wide_;
   std::vector<float> ring_;
+  // One entry a row of the ring: no infinities and not-a-number. Kept where there are taps of 0.
+  std::vector<unsigned char> finite_;
   std::vector<float> out_;
   std::vector<const float*> window_;
   int ringRows_ = 0;

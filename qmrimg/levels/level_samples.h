@@ -89,4 +89,7 @@ LevelSpan SpanOfPlane(const CVynImage& image, int plane);
 double MeanOf(const LevelSamples& samples, const Area& area);
 double DeviationOf(const LevelSamples& samples, const Area& area, double centre);
 
+// The median of CImgAutoLevel::GetMedian, of any image.
+float MedianOf(const CVynImage& image, int subsample, Sampling sampling, int plane, const CRect* rect);
+
 }  // namespace qmr

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "qmrimg/image/kernels/sort_network.h"
 #include "qmrimg/platform/export.h"
-#include "qmrimg/stacking/kernels/sort_network.h"
 
 namespace qmr {
 

@@ -1,4 +1,4 @@
-#include "qmrimg/stacking/kernels/sort_network.h"
+#include "qmrimg/image/kernels/sort_network.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,0 +1,572 @@
+#include "host/filters/filter_calls.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <new>
+#include <numeric>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/night/failure.h"
+#include "qmrimg/filters/filter.h"
+#include "qmrimg/filters/filter_blur.h"
+#include "qmrimg/filters/filter_misc.h"
+#include "qmrimg/filters/filter_sharp.h"
+#include "qmrimg/filters/filter_special.h"
+#include "qmrimg/filters/wavelet.h"
+#include "qmrimg/image/row_access.h"
+#include "qmrimg/image/row_frame.h"
+#include "qmrimg/levels/auto_level.h"
+#include "qmrimg/platform/array.h"
+
+namespace qmr::calls {
+namespace {
+
+constexpr int kReport = 1;
+
+// The operation's object with the source's pixels and levels in it.
+template <class Operation>
+std::unique_ptr<Operation> Destination(const FilterJob& job) {
+  auto operation = std::make_unique<Operation>();
+  if (!operation->CopyImage(job.source)) throw std::bad_alloc();
+  operation->SetProgressHandle(job.progress);
+  return operation;
+}
+
+// The selection as arrays with an entry a plane.
+struct Limits {
+  std::vector<int> minOn, maxOn, brighterOn;
+  std::vector<double> min, minBuf, max, maxBuf, brighter;
+
+  explicit Limits(const Settings& settings)
+      : min(settings.PerPlane("mask-min")),
+        minBuf(settings.PerPlane("mask-min-buffer")),
+        max(settings.PerPlane("mask-max")),
+        maxBuf(settings.PerPlane("mask-max-buffer")) {
+    minOn = Switches(min);
+    maxOn = Switches(max);
+  }
+  Limits(const Settings& settings, bool keepBrighter) : Limits(settings) {
+    brighterOn.assign(min.size(), keepBrighter);
+    // The full strength, the only one that keeps pixels from getting darker.
+    brighter.assign(min.size(), 100.0);
+  }
+
+ private:
+  static std::vector<int> Switches(std::vector<double>& values) {
+    std::vector<int> on;
+    for (double& value : values) {
+      on.push_back(!std::isnan(value));
+      if (std::isnan(value)) value = 0.0;
+    }
+    return on;
+  }
+};
+
+// Three values whatever the number of planes: what has fewer repeats its last.
+std::array<double, 3> Three(const std::vector<double>& values) {
+  std::array<double, 3> three;
+  for (std::size_t i = 0; i < 3; ++i) three[i] = values[std::min(i, values.size() - 1)];
+  return three;
+}
+
+std::vector<double> ToRaw(const FilterJob& job, std::vector<double> levels) {
+  for (std::size_t p = 0; p < levels.size(); ++p) levels[p] = job.source.ToRaw(levels[p], static_cast<int>(p));
+  return levels;
+}
+
+// The star detector cuts pixels off at white, where the plateau of a bright star has no peak. For its time white lies
+// higher, and the thresholds, which count in ranges from black to white, are the smaller for it.
+class Headroom {
+ public:
+  explicit Headroom(const FilterJob& job) : source_(job.source), factor_(job.settings.Number("headroom")) {
+    for (int p = 0; p < source_.GetPlanes(); ++p) {
+      const double black = source_.GetLevelMin(p);
+      white_.push_back(source_.GetLevelMax(p));
+      static_cast<CImage&>(source_).SetLevel(p, black, black + factor_ * (white_.back() - black));
+    }
+  }
+  Headroom(const Headroom&) = delete;
+  Headroom& operator=(const Headroom&) = delete;
+  ~Headroom() {
+    for (std::size_t p = 0; p < white_.size(); ++p) {
+      const int plane = static_cast<int>(p);
+      static_cast<CImage&>(source_).SetLevel(plane, source_.GetLevelMin(plane), white_[p]);
+    }
+  }
+  std::vector<double> Scaled(std::vector<double> thresholds) const {
+    for (double& threshold : thresholds) threshold /= factor_;
+    return thresholds;
+  }
+
+ private:
+  CVynImage& source_;
+  const double factor_;
+  std::vector<double> white_;
+};
+
+bool AllEqual(const std::vector<double>& values) {
+  return std::all_of(values.begin(), values.end(), [&](double v) { return v == values.front(); });
+}
+
+// SharpFilter and SharpEdgeFilter take the same arguments.
+using SharpForm = void (CImgFilterSharp::*)(double*, double*, int*, double*, double*, int*, double*, double*, int*,
+                                            double*, CVynImage*, CRect*, int);
+
+Result SharpenBy(SharpForm form, const FilterJob& job, const char* width, const char* strength) {
+  auto image = Destination<CImgFilterSharp>(job);
+  std::vector<double> widths = job.settings.PerPlane(width);
+  std::vector<double> strengths = job.settings.PerPlane(strength);
+  Limits l(job.settings, job.settings.On("keep-brighter"));
+  CRect rect = job.rect;
+  (image.get()->*form)(widths.data(), strengths.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(),
+                       l.max.data(), l.maxBuf.data(), l.brighterOn.data(), l.brighter.data(), &job.source, &rect,
+                       kReport);
+  return image;
+}
+
+}  // namespace
+
+// ---- Fixed patterns -------------------------------------------------------------------------------------------------
+
+Result MedianPattern(const FilterJob& job) {
+  auto image = Destination<CImgFilter>(job);
+  CRect rect = job.rect;
+  image->MedianFilter(job.settings.Whole("pattern"), &job.source, &rect, kReport);
+  return image;
+}
+
+Result RankPattern(const FilterJob& job) {
+  auto image = Destination<CImgFilter>(job);
+  CRect rect = job.rect;
+  image->MinMaxFilter(job.settings.Whole("pattern"), job.settings.Whole("rank"), &job.source, &rect, kReport);
+  return image;
+}
+
+Result Laplacian(const FilterJob& job) {
+  auto image = Destination<CImgFilter>(job);
+  CRect rect = job.rect;
+  image->LaplacianFilter(job.settings.Whole("kernel"), &job.source, &rect, kReport);
+  return image;
+}
+
+Result UnsharpPattern(const FilterJob& job) {
+  auto image = Destination<CImgFilter>(job);
+  CRect rect = job.rect;
+  const Settings& s = job.settings;
+  image->UnSharpMask(s.Number("gain"), s.Whole("pattern"), s.Number("weight"), s.Number("threshold"), &job.source,
+                     &rect, kReport);
+  return image;
+}
+
+int PatternRanks(const Settings& settings, int) {
+  constexpr int kPixels[] = {5, 9, 21};
+  return kPixels[settings.Whole("pattern")];
+}
+
+// ---- Smoothing ------------------------------------------------------------------------------------------------------
+
+Result Gaussian(const FilterJob& job) {
+  auto image = Destination<CImgFilterBlur>(job);
+  std::vector<double> sigma = job.settings.PerPlane("sigma");
+  Limits l(job.settings);
+  CRect rect = job.rect;
+  image->GaussianFilter(sigma.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(), l.max.data(),
+                        l.maxBuf.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+Result Mean(const FilterJob& job) {
+  auto image = Destination<CImgFilterBlur>(job);
+  std::vector<double> radius = job.settings.PerPlane("radius");
+  std::vector<double> weight = job.settings.PerPlane("weight");
+  Limits l(job.settings);
+  CRect rect = job.rect;
+  // The library's form without limits is the separable one.
+  if (job.settings.Whole("shape") == 1)
+    image->MeanFilter(radius.data(), weight.data(), &job.source, &rect, kReport);
+  else
+    image->MeanFilter(radius.data(), weight.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(),
+                      l.max.data(), l.maxBuf.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+void CheckMean(const Settings& settings) {
+  if (settings.Whole("shape") == 1 && (settings.Has("mask-min") || settings.Has("mask-max")))
+    throw Failure(kExitUsage, "--shape box: takes no --mask-min and no --mask-max");
+}
+
+Result MeanKeepEdges(const FilterJob& job) {
+  std::vector<double> radius = job.settings.PerPlane("radius");
+  std::vector<double> weight = job.settings.PerPlane("weight");
+  Limits l(job.settings);
+  CRect rect = job.rect;
+  CVynImage& source = job.source;
+  // The library smooths where its edge detector's response, which has the scale of the pixels, is below 0. On a
+  // picture whose sky lies above 0 that is nowhere, so that another level stands for 0 meanwhile.
+  std::vector<float> zero;
+  const std::vector<double> level = job.settings.PerPlane("zero");
+  for (int p = 0; p < source.GetPlanes(); ++p) {
+    const double at = level[static_cast<std::size_t>(p)];
+    zero.push_back(std::isnan(at) ? 0.0f : static_cast<float>(source.ToRaw(at, p)));
+  }
+  CVynImage lowered;
+  if (!lowered.CopyImage(source)) throw std::bad_alloc();
+  for (int p = 0; p < source.GetPlanes(); ++p) {
+    const float z = zero[static_cast<std::size_t>(p)];
+    static_cast<CImage&>(lowered).SetLevel(p, source.GetLevelMin(p) - z, source.GetLevelMax(p) - z);
+    ForRows(0, source.GetHeight(), [&](int y) {
+      for (float& v : WriteRow(lowered, y, p, 0, source.GetWidth())) v -= z;
+    });
+  }
+  auto image = Destination<CImgFilterBlur>({lowered, rect, job.settings, 0, job.progress});
+  image->MeanWithoutEdgeFilter(radius.data(), weight.data(), l.minOn.data(), l.min.data(), l.minBuf.data(),
+                               l.maxOn.data(), l.max.data(), l.maxBuf.data(), &lowered, &rect, kReport);
+  for (int p = 0; p < source.GetPlanes(); ++p) {
+    const float z = zero[static_cast<std::size_t>(p)];
+    static_cast<CImage&>(*image).SetLevel(p, source.GetLevelMin(p), source.GetLevelMax(p));
+    ForRows(0, source.GetHeight(), [&](int y) {
+      const std::span<const float> before = ReadRow(lowered, y, p, 0, source.GetWidth());
+      const std::span<const float> kept = ReadRow(source, y, p, 0, source.GetWidth());
+      const std::span<float> row = WriteRow(*image, y, p, 0, source.GetWidth());
+      // Pixels that were kept keep their last bit.
+      for (std::size_t x = 0; x < row.size(); ++x) row[x] = row[x] == before[x] ? kept[x] : row[x] + z;
+    });
+  }
+  return image;
+}
+
+Result Median(const FilterJob& job) {
+  auto image = Destination<CImgFilterBlur>(job);
+  std::vector<double> radius = job.settings.PerPlane("radius");
+  Limits l(job.settings);
+  CRect rect = job.rect;
+  image->MedianFilter(radius.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(), l.max.data(),
+                      l.maxBuf.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+// ---- Sharpening -----------------------------------------------------------------------------------------------------
+
+Result Sharpen(const FilterJob& job) {
+  return SharpenBy(&CImgFilterSharp::SharpFilter, job, "radius", "weight");
+}
+
+Result SharpenEdges(const FilterJob& job) {
+  return SharpenBy(&CImgFilterSharp::SharpEdgeFilter, job, "radius", "weight");
+}
+
+Result Unsharp(const FilterJob& job) {
+  if (!job.settings.Has("threshold")) return SharpenBy(&CImgFilterSharp::UnSharpMask, job, "sigma", "gain");
+  auto image = Destination<CImgFilterSharp>(job);
+  std::vector<double> sigma = job.settings.PerPlane("sigma");
+  std::vector<double> gain = job.settings.PerPlane("gain");
+  std::vector<double> threshold = job.settings.PerPlane("threshold");
+  CRect rect = job.rect;
+  image->UnSharpMask(sigma.data(), gain.data(), threshold.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+void CheckUnsharp(const Settings& settings) {
+  if (settings.Has("threshold") &&
+      (settings.Has("mask-min") || settings.Has("mask-max") || settings.On("keep-brighter")))
+    throw Failure(kExitUsage, "--threshold: goes neither with --mask-min and --mask-max nor with --keep-brighter");
+}
+
+Result MultibandSharpen(const FilterJob& job) {
+  auto image = Destination<CImgFilterSharp>(job);
+  const auto planes = static_cast<std::size_t>(job.settings.Planes());
+  constexpr std::size_t kBands = 6;
+  std::vector<double> sigmas = job.settings.List("sigma");
+  std::vector<double> gains = job.settings.List("gain");
+  // A band that is not named has no gain, and is not computed.
+  sigmas.resize(kBands, 1.0);
+  gains.resize(kBands, 0.0);
+  std::vector<double> s[kBands], g[kBands];
+  for (std::size_t band = 0; band < kBands; ++band) {
+    s[band].assign(planes, sigmas[band]);
+    g[band].assign(planes, gains[band]);
+  }
+  Limits l(job.settings, job.settings.On("keep-brighter"));
+  CRect rect = job.rect;
+  image->SubBandUnSharpMask(s[0].data(), g[0].data(), s[1].data(), g[1].data(), s[2].data(), g[2].data(), s[3].data(),
+                            g[3].data(), s[4].data(), g[4].data(), s[5].data(), g[5].data(), l.minOn.data(),
+                            l.min.data(), l.minBuf.data(), l.maxOn.data(), l.max.data(), l.maxBuf.data(),
+                            l.brighterOn.data(), l.brighter.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+Result Wavelet(const FilterJob& job) {
+  auto image = Destination<CImgWavelet>(job);
+  const int scales = job.settings.Whole("scales");
+  CRect rect = job.rect;
+  CRect size;
+  image->SetDaubechyParams(job.settings.Whole("order"));
+  image->CalcBufferSize(&rect, scales, &size);
+  const int planes = job.source.GetPlanes();
+  CVynImage buffer(-32, size.right, size.bottom, planes, 1.0, 0.0, 1);
+  for (int p = 0; p < planes; ++p)
+    static_cast<CImage&>(buffer).SetLevel(p, job.source.GetLevelMin(p), job.source.GetLevelMax(p));
+  buffer.SetProgressHandle(job.progress);
+  image->CopyToBuffer(&buffer, &job.source, &rect);
+  const auto gains = [&](const char* key) {
+    CArray<float, float> list;
+    for (const double gain : job.settings.Repeated(key, static_cast<std::size_t>(scales)))
+      list.Add(static_cast<float>(gain));
+    return list;
+  };
+  CArray<float, float> rows = gains("row-gain");
+  CArray<float, float> columns = gains("column-gain");
+  CArray<float, float> diagonals = gains("diagonal-gain");
+  const auto lowGain = static_cast<float>(job.settings.Number("low-gain"));
+  if (!image->DoMultiResSubbandDecomposition(&buffer, scales, kReport) ||
+      !image->DoMultiResSubbandComposition(&buffer, scales, lowGain, &rows, &columns, &diagonals, kReport))
+    throw Failure(kExitInterrupted, "interrupted");
+  image->CopyFromBuffer(image.get(), &rect, &buffer);
+  return image;
+}
+
+// ---- Digital development --------------------------------------------------------------------------------------------
+
+void DevelopmentLevels(CVynImage& image, const Settings& settings) {
+  CImgAutoLevel levels;
+  levels.Swap(&image);
+  const int planes = std::min(levels.GetPlanes(), 3);
+  double sky[3] = {};
+  double noise = 0.0;
+  for (int p = 0; p < planes; ++p) {
+    float median = 0.0f;
+    levels.GetMedian(&median, 1, 0, p, nullptr);
+    // The deviation below the median is the sky's: stars and nebula only add.
+    double below = 0.0;
+    levels.GetLevelDoubleRangeStd(median - std::max(1.0f, std::fabs(median)), median, &below, 0, p, nullptr);
+    sky[p] = median;
+    noise += below / planes;
+  }
+  if (!(noise > 0.0)) noise = 1.0;
+  const double height = settings.Number("black") * noise;
+  // Where the division takes a wide bright region: knee and sky above black together.
+  const double range = settings.Number("white") * (settings.Number("knee") + 1.0) * height;
+  for (int p = 0; p < planes; ++p) static_cast<CImage&>(levels).SetLevel(p, sky[p] - height, sky[p] - height + range);
+  levels.Swap(&image);
+}
+
+Result DigitalDevelopment(const FilterJob& job) {
+  auto image = Destination<CImgFilterSpecial>(job);
+  const Settings& s = job.settings;
+  CVynImage& source = job.source;
+  source.CalcMinMax();
+  double level = 0.0;
+  if (s.Has("level")) {
+    level = source.ToRaw(s.Number("level"), 0);
+  } else {
+    CImgAutoLevel sky;
+    sky.Swap(&source);
+    float median = 0.0f;
+    sky.GetMedian(&median, 1, 0, 0, nullptr);
+    sky.Swap(&source);
+    level = source.GetLevelMin(0) + s.Number("knee") * (median - source.GetLevelMin(0));
+  }
+  // One in a hundred of the longer side suits nebulae; a few pixels are the least that leaves stars alone.
+  const double byDefault = std::max(3.0, 0.01 * std::max(source.GetWidth(), source.GetHeight()));
+  std::array<double, 3> radius = {byDefault, byDefault, byDefault};
+  if (s.Has("radius")) radius = Three(s.PerPlane("radius"));
+  std::array<double, 3> gamma = Three(s.PerPlane("gamma"));
+  const bool curved = std::any_of(gamma.begin(), gamma.end(), [](double g) { return g != 1.0; });
+  const bool after = curved && s.Whole("order") == 0;
+  std::array<float, 3> gammaMin{}, gammaSpan{}, offset{}, multiplier{};
+  image->DigitalDvlp1(&level, s.Whole("kernel"), radius.data(), s.Number("weight"), gamma.data(), s.Whole("range"),
+                      &source, gammaMin.data(), gammaSpan.data(), offset.data(), multiplier.data(), after);
+  // An image of one plane has but one mask.
+  std::array<int, 3> mask{};
+  const std::vector<int> masks = s.PerPlaneWhole("divide-by");
+  for (std::size_t p = 0; p < masks.size() && masks.size() == mask.size(); ++p) {
+    constexpr int kMean = 3;
+    mask[p] = masks[p] == 0 ? kMean : static_cast<int>(p);
+  }
+  CRect rect = job.rect;
+  const int develop = !s.On("gamma-only");
+  if (after) {
+    image->DigitalDvlpGmAftrDdp(develop, gamma.data(), &source, mask.data(), gammaMin.data(), gammaSpan.data(),
+                                offset.data(), multiplier.data(), &rect, kReport);
+    return image;
+  }
+  image->DigitalDvlp2(develop, gamma.data(), &source, mask.data(), gammaMin.data(), gammaSpan.data(), offset.data(),
+                      multiplier.data(), &rect, kReport);
+  // The curve reaches up to the greatest value and lifts everything with it; white follows.
+  const std::size_t lifted = curved && develop ? static_cast<std::size_t>(s.Planes()) : 0;
+  for (std::size_t p = 0; p < std::min(lifted, multiplier.size()); ++p) {
+    const int plane = static_cast<int>(p);
+    const double black = image->GetLevelMin(plane);
+    const double white = black + multiplier[p] / 255.0 * image->GetLevelRange(plane) * s.Number("white");
+    if (white > black) static_cast<CImage&>(*image).SetLevel(plane, black, white);
+  }
+  return image;
+}
+
+// ---- Stars and nebulae ----------------------------------------------------------------------------------------------
+
+Result StarSharpen(const FilterJob& job) {
+  auto image = Destination<CImgFilterSpecial>(job);
+  const Settings& s = job.settings;
+  std::vector<double> radius = s.PerPlane("radius");
+  std::vector<double> rank = s.PerPlane("rank");
+  std::vector<double> threshold = s.PerPlane("threshold");
+  CRect rect = job.rect;
+  image->StarSharpFilter(radius.data(), rank.data(), threshold.data(), s.On("keep-peaks"), &job.source, &rect, kReport);
+  return image;
+}
+
+int StarRanks(const Settings& settings, int plane) {
+  CImgFilterSpecial disc;
+  return disc.GetStarSharpFilterNum(settings.PerPlane("radius")[static_cast<std::size_t>(plane)]);
+}
+
+Result StarEnhance(const FilterJob& job) {
+  auto image = Destination<CImgFilterSpecial>(job);
+  const Settings& s = job.settings;
+  const Headroom headroom(job);
+  std::vector<double> sigma = s.PerPlane("sigma");
+  std::vector<double> gain = s.PerPlane("gain");
+  std::vector<double> threshold = headroom.Scaled(s.PerPlane("threshold"));
+  CRect rect = job.rect;
+  if (s.Whole("smooth") == 1)
+    image->StarEnhanceFilter(sigma[0], gain[0], threshold[0], s.On("mask-only"), &job.source, &rect, kReport);
+  else
+    image->StarEnhanceFilter2(sigma.data(), gain.data(), threshold.data(), s.On("mask-only"), &job.source, &rect,
+                              kReport);
+  return image;
+}
+
+void CheckStarEnhance(const Settings& s) {
+  if (s.Whole("smooth") == 1 &&
+      !(AllEqual(s.List("sigma")) && AllEqual(s.List("gain")) && AllEqual(s.List("threshold"))))
+    throw Failure(kExitUsage, "--smooth before: takes one --sigma, --gain and --threshold for all planes");
+}
+
+Result StarMask(const FilterJob& job) {
+  auto image = Destination<CImgFilterSpecial>(job);
+  const Settings& s = job.settings;
+  const Headroom headroom(job);
+  CRect rect = job.rect;
+  image->StaryMask(s.Number("sigma"), s.Number("gain"), headroom.Scaled({s.Number("threshold")})[0], s.On("blend"),
+                   &job.source, &rect, kReport);
+  return image;
+}
+
+Result NebulaSmooth(const FilterJob& job) {
+  auto image = Destination<CImgFilterSpecial>(job);
+  const Settings& s = job.settings;
+  std::vector<double> sigma = s.PerPlane("sigma");
+  std::vector<double> threshold = s.PerPlane("threshold");
+  std::vector<double> radius = s.PerPlane("radius");
+  CRect rect = job.rect;
+  image->NebularSmootherFilter(sigma.data(), threshold.data(), radius.data(), s.On("mask-only"), &job.source, &rect,
+                               kReport);
+  return image;
+}
+
+// ---- Corrections ----------------------------------------------------------------------------------------------------
+
+Result HotPixels(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  const Settings& s = job.settings;
+  CRect rect = job.rect;
+  const bool cool = s.Has("cool");
+  const bool hot = s.Has("hot");
+  image->NoiseCut(s.Number("radius"), cool, cool ? s.Number("cool") : 0.0, hot, hot ? s.Number("hot") : 0.0,
+                  &job.source, &rect, kReport);
+  return image;
+}
+
+Result HotPixelsMosaic(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  const Settings& s = job.settings;
+  CRect rect = job.rect;
+  const bool cool = s.Has("cool");
+  const bool hot = s.Has("hot");
+  image->CFANoiseCut(job.mosaic, cool, cool ? s.Number("cool") : 0.0, hot, hot ? s.Number("hot") : 0.0, &job.source,
+                     &rect, kReport);
+  return image;
+}
+
+Result BackgroundSmooth(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  const Settings& s = job.settings;
+  std::vector<double> level = ToRaw(job, s.PerPlane("level"));
+  std::vector<double> buffer = s.PerPlane("buffer");
+  std::vector<double> sigma = s.PerPlane("sigma");
+  CRect rect = job.rect;
+  // The other kernel type gives the same Gaussian, and its weight is not read.
+  image->BkgSmooth(level.data(), buffer.data(), 0, sigma.data(), 1.0, &job.source, &rect, kReport);
+  return image;
+}
+
+Result FalseColour(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  const Settings& s = job.settings;
+  const std::vector<double>& ratio = s.List("ratio");
+  CRect rect = job.rect;
+  image->FalseColorCut(static_cast<int>(ratio[0]), static_cast<int>(ratio[1]), static_cast<int>(ratio[2]),
+                       s.Number("tolerance"), s.Number("strength"), &job.source, &rect, kReport);
+  return image;
+}
+
+Result GuideError(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  const Settings& s = job.settings;
+  CRect rect = job.rect;
+  image->GuideErrorCanceller(s.Number("length"), s.Number("angle"), s.Number("weight"), s.Number("mix"), &job.source,
+                             &rect, kReport);
+  return image;
+}
+
+Result Rank(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  std::vector<double> radius = job.settings.PerPlane("radius");
+  std::vector<int> rank = job.settings.PerPlaneWhole("rank");
+  CRect rect = job.rect;
+  image->MinMaxFilter(radius.data(), rank.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+int DiscRanks(const Settings& settings, int plane) {
+  CImgFilterMisc disc;
+  return disc.GetMinMaxFilterNmax(settings.PerPlane("radius")[static_cast<std::size_t>(plane)]);
+}
+
+Result Convolve(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  std::vector<double> kernel = job.settings.List("kernel");
+  if (job.settings.On("normalise")) {
+    const double sum = std::accumulate(kernel.begin(), kernel.end(), 0.0);
+    for (double& value : kernel) value /= sum;
+  }
+  const int side = static_cast<int>(std::lround(std::sqrt(static_cast<double>(kernel.size()))));
+  const auto planes = static_cast<std::size_t>(job.settings.Planes());
+  std::vector<int> radius(planes, side / 2);
+  std::vector<double*> kernels(planes, kernel.data());
+  Limits l(job.settings, job.settings.On("keep-brighter"));
+  CRect rect = job.rect;
+  image->Custom(radius.data(), kernels.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(),
+                l.max.data(), l.maxBuf.data(), l.brighterOn.data(), l.brighter.data(), &job.source, &rect, kReport);
+  return image;
+}
+
+void CheckConvolve(const Settings& settings) {
+  const std::vector<double>& kernel = settings.List("kernel");
+  if (settings.On("normalise") && std::accumulate(kernel.begin(), kernel.end(), 0.0) == 0.0)
+    throw Failure(kExitUsage, "--normalise: the values of --kernel add up to 0");
+}
+
+Result Contour(const FilterJob& job) {
+  auto image = Destination<CImgFilterMisc>(job);
+  CRect rect = job.rect;
+  image->ContourFilter(job.settings.Whole("steps"), job.settings.On("no-clamp"), &job.source, &rect, kReport);
+  return image;
+}
+
+}  // namespace qmr::calls

@@ -1,0 +1,270 @@
+#include "qmrimg/filters/filter_sharp.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "qmrimg/filters/block_scan.h"
+#include "qmrimg/filters/filter_matrix.h"
+#include "qmrimg/filters/kernels/sharpen_rows.h"
+#include "qmrimg/filters/plane_values.h"
+#include "qmrimg/filters/selection.h"
+#include "qmrimg/filters/separable_scan.h"
+#include "qmrimg/filters/snapshot.h"
+#include "qmrimg/image/row_access.h"
+#include "qmrimg/image/row_frame.h"
+#include "qmrimg/platform/truncate.h"
+
+namespace {
+
+constexpr int kMessageSharp = 6121;
+constexpr int kMessageUnSharp = 6122;
+constexpr int kMessageSubBand = 6147;
+constexpr int kBands = 6;
+
+using qmr::ColumnsOf;
+using qmr::ForAllPlanes;
+using qmr::LimitsOfPlanes;
+using qmr::SharpenLimits;
+
+}  // namespace
+
+// One entry a plane.
+struct CImgFilterSharp::Band {
+  const double* sigma;
+  const double* gain;
+};
+
+CImgFilterSharp::CImgFilterSharp() = default;
+CImgFilterSharp::~CImgFilterSharp() = default;
+
+void CImgFilterSharp::SharpFilter(double radius, double weight, CVynImage* source, CRect* pRect, int bProgress) {
+  Sharpen(false, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(), nullptr, source, pRect,
+          bProgress);
+}
+
+void CImgFilterSharp::SharpFilter(double* radius, double* weight, CVynImage* source, CRect* pRect, int bProgress) {
+  Sharpen(false, radius, weight, nullptr, source, pRect, bProgress);
+}
+
+void CImgFilterSharp::SharpFilter(double radius, double weight, int minOn, double min, double minBuf, int maxOn,
+                                  double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
+                                  CRect* pRect, int bProgress) {
+  const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
+  Sharpen(false, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(),
+          ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
+}
+
+void CImgFilterSharp::SharpFilter(double* radius, double* weight, int* minOn, double* min, double* minBuf, int* maxOn,
+                                  double* max, double* maxBuf, int* brighterOn, double* brighter, CVynImage* source,
+                                  CRect* pRect, int bProgress) {
+  Sharpen(false, radius, weight,
+          LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
+          bProgress);
+}
+
+void CImgFilterSharp::SharpEdgeFilter(double radius, double weight, CVynImage* source, CRect* pRect, int bProgress) {
+  Sharpen(true, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(), nullptr, source, pRect,
+          bProgress);
+}
+
+void CImgFilterSharp::SharpEdgeFilter(double* radius, double* weight, CVynImage* source, CRect* pRect, int bProgress) {
+  Sharpen(true, radius, weight, nullptr, source, pRect, bProgress);
+}
+
+void CImgFilterSharp::SharpEdgeFilter(double radius, double weight, int minOn, double min, double minBuf, int maxOn,
+                                      double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
+                                      CRect* pRect, int bProgress) {
+  const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
+  Sharpen(true, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(),
+          ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
+}
+
+void CImgFilterSharp::SharpEdgeFilter(double* radius, double* weight, int* minOn, double* min, double* minBuf,
+                                      int* maxOn, double* max, double* maxBuf, int* brighterOn, double* brighter,
+                                      CVynImage* source, CRect* pRect, int bProgress) {
+  Sharpen(true, radius, weight,
+          LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
+          bProgress);
+}
+
+void CImgFilterSharp::UnSharpMask(double sigma, double gain, double threshold, CVynImage* source, CRect* pRect,
+                                  int bProgress) {
+  Mask(ForAllPlanes(sigma, *this).data(), ForAllPlanes(gain, *this).data(), ForAllPlanes(threshold, *this).data(),
+       nullptr, source, pRect, bProgress);
+}
+
+void CImgFilterSharp::UnSharpMask(double* sigma, double* gain, double* threshold, CVynImage* source, CRect* pRect,
+                                  int bProgress) {
+  Mask(sigma, gain, threshold, nullptr, source, pRect, bProgress);
+}
+
+void CImgFilterSharp::UnSharpMask(double sigma, double gain, int minOn, double min, double minBuf, int maxOn,
+                                  double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
+                                  CRect* pRect, int bProgress) {
+  const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
+  Mask(ForAllPlanes(sigma, *this).data(), ForAllPlanes(gain, *this).data(), nullptr, ForAllPlanes(limits, *this).data(),
+       source, pRect, bProgress);
+}
+
+void CImgFilterSharp::UnSharpMask(double* sigma, double* gain, int* minOn, double* min, double* minBuf, int* maxOn,
+                                  double* max, double* maxBuf, int* brighterOn, double* brighter, CVynImage* source,
+                                  CRect* pRect, int bProgress) {
+  Mask(sigma, gain, nullptr,
+       LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
+       bProgress);
+}
+
+void CImgFilterSharp::SubBandUnSharpMask(double sigma0, double gain0, double sigma1, double gain1, double sigma2,
+                                         double gain2, double sigma3, double gain3, double sigma4, double gain4,
+                                         double sigma5, double gain5, int minOn, double min, double minBuf, int maxOn,
+                                         double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
+                                         CRect* pRect, int bProgress) {
+  const double values[2 * kBands] = {sigma0, gain0, sigma1, gain1, sigma2, gain2,
+                                     sigma3, gain3, sigma4, gain4, sigma5, gain5};
+  std::vector<double> planes[2 * kBands];
+  for (int i = 0; i < 2 * kBands; ++i) planes[i] = ForAllPlanes(values[i], *this);
+  Band bands[kBands];
+  for (int k = 0; k < kBands; ++k) bands[k] = {planes[2 * k].data(), planes[2 * k + 1].data()};
+  const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
+  MaskBands(bands, ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
+}
+
+void CImgFilterSharp::SubBandUnSharpMask(double* sigma0, double* gain0, double* sigma1, double* gain1, double* sigma2,
+                                         double* gain2, double* sigma3, double* gain3, double* sigma4, double* gain4,
+                                         double* sigma5, double* gain5, int* minOn, double* min, double* minBuf,
+                                         int* maxOn, double* max, double* maxBuf, int* brighterOn, double* brighter,
+                                         CVynImage* source, CRect* pRect, int bProgress) {
+  const Band bands[kBands] = {{sigma0, gain0}, {sigma1, gain1}, {sigma2, gain2},
+                              {sigma3, gain3}, {sigma4, gain4}, {sigma5, gain5}};
+  MaskBands(bands, LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source,
+            pRect, bProgress);
+}
+
+void CImgFilterSharp::Sharpen(bool edges, const double* radius, const double* weight, const SharpenLimits* limits,
+                              CVynImage* source, CRect* pRect, int bProgress) {
+  if (!source) return;
+  int left, top, right, bottom;
+  NormalizeRect(pRect, left, top, right, bottom);
+  ShowProgressInit(bProgress, kMessageSharp, (bottom - top) * Planes);
+  qmr::Snapshot before(*this);
+  const CVynImage& image = before.Of(*source);
+  for (int p = 0; p < std::min(Planes, source->GetPlanes()); ++p) {
+    const int windowRadius = qmr::TruncateToInt(std::max(1.0, radius[p]));
+    CFilterMatrix sharpen, laplacian;
+    sharpen.SetSharpen(edges ? radius[p] : std::max(1.0, radius[p]), weight[p]);
+    if (edges) laplacian.SetLaplacian(windowRadius, radius[p]);
+    const double range = GetLevelRange(p);
+    const qmr::SharpenSelection selection(*source, p, limits ? limits[p] : SharpenLimits{});
+    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
+      qmr::BlockScan scan(image, p, windowRadius, left, right);
+      std::vector<float> sharpened(ColumnsOf(left, right)), response(edges ? sharpened.size() : 0);
+      for (int y = first; y < last; ++y) {
+        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
+        if (scan.MoveTo(y)) {
+          const std::span<float> row = limits ? std::span(sharpened).first(to.size()) : to;
+          if (edges) {
+            const std::span<float> edge = std::span(response).first(to.size());
+            const std::span<float> strong = std::span(sharpened).first(to.size());
+            scan.Convolve(laplacian, edge);
+            scan.Convolve(sharpen, strong);
+            qmr::EdgeBlendRow(edge, range, from, strong, row);
+          } else {
+            scan.Convolve(sharpen, row);
+          }
+          if (limits) qmr::LimitThenBlendRow(selection, from, row, to);
+        }
+        ShowProgress(1);
+      }
+    });
+  }
+  ShowProgressEnd(nullptr);
+}
+
+void CImgFilterSharp::Mask(const double* sigma, const double* gain, const double* threshold,
+                           const SharpenLimits* limits, CVynImage* source, CRect* pRect, int bProgress) {
+  if (!source) return;
+  int left, top, right, bottom;
+  NormalizeRect(pRect, left, top, right, bottom);
+  ShowProgressInit(bProgress, kMessageUnSharp, (bottom - top) * Planes);
+  qmr::Snapshot before(*this);
+  for (int p = 0; p < std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes}); ++p) {
+    CFilterMatrix matrix;
+    matrix.SetGaussianSigma(sigma[p]);
+    MakeFilterProc(source, &matrix, p, 1);
+    SetFilterProcPln(p);
+    const CFilterProc& engine = *CurFilterProc;
+    // The source of the call that filled the engine.
+    const CVynImage& image = before.Of(*engine.GetSource());
+    const qmr::SharpenSelection selection(*source, p, limits ? limits[p] : SharpenLimits{});
+    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
+      qmr::SeparableScan scan(image, engine.GetPlane(), engine.GetKernel(), left, right, last);
+      for (int y = first; y < last; ++y) {
+        const std::span<const float> blurred = scan.Row(y);
+        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
+        const std::size_t width = std::min(blurred.size(), to.size());
+        if (limits)
+          qmr::UnSharpSelectedRow(selection, from.first(width), blurred.first(width), gain[p], to.first(width));
+        else
+          qmr::UnSharpRow(from.first(width), blurred.first(width), gain[p], threshold[p], to.first(width));
+        ShowProgress(1);
+      }
+    });
+  }
+  ShowProgressEnd(nullptr);
+}
+
+void CImgFilterSharp::MaskBands(const Band* bands, const SharpenLimits* limits, CVynImage* source, CRect* pRect,
+                                int bProgress) {
+  if (!source) return;
+  int left, top, right, bottom;
+  NormalizeRect(pRect, left, top, right, bottom);
+  ShowProgressInit(bProgress, kMessageSubBand, (bottom - top) * Planes);
+  const int planes = std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes});
+  for (int p = 0; p < planes; ++p) {
+    for (int k = 0; k < kBands; ++k) {
+      CFilterMatrix matrix;
+      matrix.SetGaussianSigma(bands[k].sigma[p]);
+      MakeFilterProcEx(k, source, &matrix, p, 1);
+    }
+  }
+  qmr::Snapshot before(*this);
+  for (int p = 0; p < planes; ++p) {
+    const CFilterProc* engines[kBands];
+    const CVynImage* images[kBands];
+    for (int k = 0; k < kBands; ++k) {
+      SetFilterProcPlnEx(k, p);
+      engines[k] = FilterProcEx[k].Get(p);
+      images[k] = &before.Of(*engines[k]->GetSource());
+    }
+    const qmr::SharpenSelection selection(*source, p, limits[p]);
+    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
+      // A band without gain is not convolved.
+      std::optional<qmr::SeparableScan> scans[kBands];
+      for (int k = 0; k < kBands; ++k) {
+        if (bands[k].gain[p] > 0.0)
+          scans[k].emplace(*images[k], engines[k]->GetPlane(), engines[k]->GetKernel(), left, right, last);
+      }
+      std::vector<float> means(ColumnsOf(left, right));
+      for (int y = first; y < last; ++y) {
+        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
+        qmr::MaskBand masks[kBands] = {};
+        std::size_t width = to.size();
+        for (int k = 0; k < kBands; ++k) {
+          if (!scans[k]) continue;
+          const std::span<const float> blurred = scans[k]->Row(y);
+          masks[k] = {blurred.data(), static_cast<float>(bands[k].gain[p])};
+          width = std::min(width, blurred.size());
+        }
+        const std::span<const float> pixels = from.first(width);
+        const std::span<float> mean = std::span(means).first(width);
+        qmr::BandMeanRow(pixels, masks, mean);
+        qmr::LimitThenBlendRow(selection, pixels, mean, to.first(width));
+        ShowProgress(1);
+      }
+    });
+  }
+  ShowProgressEnd(nullptr);
+}
