@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/night/failure.h"
+#include "host/night/output.h"
 #include "qmrimg/filters/filter.h"
 #include "qmrimg/filters/filter_blur.h"
 #include "qmrimg/filters/filter_misc.h"
@@ -19,7 +20,6 @@
 #include "qmrimg/filters/wavelet.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
-#include "qmrimg/levels/auto_level.h"
 #include "qmrimg/platform/array.h"
 
 namespace qmr::calls {
@@ -332,26 +332,14 @@ Result Wavelet(const FilterJob& job) {
 // ---- Digital development --------------------------------------------------------------------------------------------
 
 void DevelopmentLevels(CVynImage& image, const Settings& settings) {
-  CImgAutoLevel levels;
-  levels.Swap(&image);
-  const int planes = std::min(levels.GetPlanes(), 3);
-  double sky[3] = {};
-  double noise = 0.0;
-  for (int p = 0; p < planes; ++p) {
-    float median = 0.0f;
-    levels.GetMedian(&median, 1, 0, p, nullptr);
-    // The deviation below the median is the sky's: stars and nebula only add.
-    double below = 0.0;
-    levels.GetLevelDoubleRangeStd(median - std::max(1.0f, std::fabs(median)), median, &below, 0, p, nullptr);
-    sky[p] = median;
-    noise += below / planes;
-  }
-  if (!(noise > 0.0)) noise = 1.0;
-  const double height = settings.Number("black") * noise;
+  const SkyLevels found = MeasureSky(image);
+  const double height = settings.Number("black") * found.noise;
   // Where the division takes a wide bright region: knee and sky above black together.
   const double range = settings.Number("white") * (settings.Number("knee") + 1.0) * height;
-  for (int p = 0; p < planes; ++p) static_cast<CImage&>(levels).SetLevel(p, sky[p] - height, sky[p] - height + range);
-  levels.Swap(&image);
+  for (int p = 0; p < found.planes; ++p) {
+    const double black = found.sky[p] - height;
+    static_cast<CImage&>(image).SetLevel(p, black, black + range);
+  }
 }
 
 Result DigitalDevelopment(const FilterJob& job) {
@@ -363,12 +351,8 @@ Result DigitalDevelopment(const FilterJob& job) {
   if (s.Has("level")) {
     level = source.ToRaw(s.Number("level"), 0);
   } else {
-    CImgAutoLevel sky;
-    sky.Swap(&source);
-    float median = 0.0f;
-    sky.GetMedian(&median, 1, 0, 0, nullptr);
-    sky.Swap(&source);
-    level = source.GetLevelMin(0) + s.Number("knee") * (median - source.GetLevelMin(0));
+    const double black = source.GetLevelMin(0);
+    level = black + s.Number("knee") * (MeasureSky(source).sky[0] - black);
   }
   // One in a hundred of the longer side suits nebulae; a few pixels are the least that leaves stars alone.
   const double byDefault = std::max(3.0, 0.01 * std::max(source.GetWidth(), source.GetHeight()));

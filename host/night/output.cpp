@@ -57,29 +57,35 @@ void WriteCoverage(const std::string& path, int width, int height, const std::ve
   Check(WriteFits16(path, width, height, 1, coverage, keywords));
 }
 
-void SetNightLevels(CVynImage& image) {
-  // Where the mode is displayed, and how many widths of the sky's noise the range spans above it.
-  constexpr double kSkyShare = 0.1;
-  constexpr double kSpan = 60.0;
+SkyLevels MeasureSky(CVynImage& image) {
   CImgAutoLevel levels;
   levels.Swap(&image);
-  const int planes = std::min(levels.GetPlanes(), 3);
-  double sky[3] = {};
-  double sigma = 0.0;
-  for (int p = 0; p < planes; ++p) {
+  SkyLevels found;
+  found.planes = std::min(levels.GetPlanes(), 3);
+  for (int p = 0; p < found.planes; ++p) {
     float median = 0.0f;
     levels.GetMedian(&median, 1, 0, p, nullptr);
     // The deviation below the median is the sky's: stars and nebula only add.
     double below = 0.0;
     levels.GetLevelDoubleRangeStd(median - std::max(1.0f, std::fabs(median)), median, &below, 0, p, nullptr);
-    sky[p] = median;
-    sigma += below / planes;
+    found.sky[p] = median;
+    found.noise += below / found.planes;
   }
-  if (!(sigma > 0.0)) sigma = 1.0;
-  const double range = sigma * kSpan;
-  for (int p = 0; p < planes; ++p)
-    static_cast<CImage&>(levels).SetLevel(p, sky[p] - range * kSkyShare, sky[p] + range * (1.0 - kSkyShare));
+  if (!(found.noise > 0.0)) found.noise = 1.0;
   levels.Swap(&image);
+  return found;
+}
+
+void SetNightLevels(CVynImage& image) {
+  // Where the mode is displayed, and how many widths of the sky's noise the range spans above it.
+  constexpr double kSkyShare = 0.1;
+  constexpr double kSpan = 60.0;
+  const SkyLevels found = MeasureSky(image);
+  const double range = found.noise * kSpan;
+  for (int p = 0; p < found.planes; ++p) {
+    const double sky = found.sky[p];
+    static_cast<CImage&>(image).SetLevel(p, sky - range * kSkyShare, sky + range * (1.0 - kSkyShare));
+  }
 }
 
 void WritePreview(const std::string& path, const CVynImage& image, int longestSide, bool bottomUp) {

@@ -17,6 +17,15 @@ void WriteStack(const std::string& path, const CVynImage& image, const std::vect
 void WriteCoverage(const std::string& path, int width, int height, const std::vector<std::uint16_t>& coverage,
                    const std::vector<Keyword>& keywords);
 
+// The sky of each plane, and the width of its noise (deviation below the median, mean of the planes; 1 when there is
+// none), raw scale.
+struct SkyLevels {
+  int planes = 0;
+  double sky[3] = {};
+  double noise = 0.0;
+};
+SkyLevels MeasureSky(CVynImage& image);
+
 // Sets display levels in which the sky is a dark, neutral grey: the mode of each plane's histogram comes to lie at a
 // tenth of the range, the range is the same for all planes.
 void SetNightLevels(CVynImage& image);

@@ -2,16 +2,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
-#include <span>
 
 #include "qmrimg/filters/filter_matrix.h"
 #include "qmrimg/filters/filter_misc.h"
+#include "qmrimg/filters/filter_pass.h"
 #include "qmrimg/filters/kernels/blend_rows.h"
-#include "qmrimg/filters/plane_values.h"
-#include "qmrimg/filters/separable_scan.h"
-#include "qmrimg/filters/snapshot.h"
-#include "qmrimg/image/row_access.h"
-#include "qmrimg/image/row_frame.h"
 #include "qmrimg/platform/truncate.h"
 
 namespace {
@@ -23,13 +18,10 @@ constexpr int kMessageBackground = 6123;
 void CImgFilterMisc::BkgSmooth(double* level, double* buffer, int kernelType, double* radius, double weight,
                                CVynImage* source, CRect* pRect, int bProgress) {
   if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageBackground, (bottom - top) * Planes);
+  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageBackground);
   // The report stays open, on purpose: hosts tell an unknown kernel by it.
   if (kernelType != 0 && kernelType != 1) return;
-  qmr::Snapshot before(*this);
-  for (int p = 0; p < std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes}); ++p) {
+  for (int p = 0; p < pass.EnginePlanes(); ++p) {
     CFilterMatrix matrix;
     if (kernelType == 1) {
       const std::int64_t disc = 2 * std::int64_t{qmr::TruncateToInt(radius[p])};
@@ -41,21 +33,10 @@ void CImgFilterMisc::BkgSmooth(double* level, double* buffer, int kernelType, do
     matrix.SetGaussianSigma(radius[p]);
     MakeFilterProc(source, &matrix, p, 1);
     SetFilterProcPln(p);
-    const CFilterProc& engine = *CurFilterProc;
-    // The source of the call that filled the engine.
-    const CVynImage& image = before.Of(*engine.GetSource());
     const qmr::BackgroundLevels levels{static_cast<float>(level[p]),
                                        static_cast<float>(buffer[p] / 255.0 * GetLevelRange(p))};
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      qmr::SeparableScan scan(image, engine.GetPlane(), engine.GetKernel(), left, right, last);
-      for (int y = first; y < last; ++y) {
-        const std::span<const float> smooth = scan.Row(y);
-        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
-        const std::size_t width = std::min(smooth.size(), to.size());
-        qmr::BackgroundRow(from.first(width), smooth.first(width), to.first(width), levels);
-        ShowProgress(1);
-      }
-    });
+    pass.Separable(p, *CurFilterProc,
+                   [&](auto from, auto smooth, auto to) { qmr::BackgroundRow(from, smooth, to, levels); });
   }
-  ShowProgressEnd(nullptr);
+  pass.End();
 }

@@ -1,16 +1,10 @@
 // The class of the corrective filters, and the filter with a kernel of the user's own.
-#include <algorithm>
-#include <span>
-#include <vector>
 
-#include "qmrimg/filters/block_scan.h"
 #include "qmrimg/filters/filter_matrix.h"
 #include "qmrimg/filters/filter_misc.h"
+#include "qmrimg/filters/filter_pass.h"
 #include "qmrimg/filters/plane_values.h"
 #include "qmrimg/filters/selection.h"
-#include "qmrimg/filters/snapshot.h"
-#include "qmrimg/image/row_access.h"
-#include "qmrimg/image/row_frame.h"
 
 namespace {
 
@@ -47,34 +41,18 @@ void CImgFilterMisc::Custom(int* radius, double** kernel, int* minOn, double* mi
 void CImgFilterMisc::Convolve(const int* radius, const double* const* kernel, const qmr::SharpenLimits* limits,
                               CVynImage* source, CRect* pRect, int bProgress) {
   if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageCustom, (bottom - top) * Planes);
-  qmr::Snapshot before(*this);
-  const CVynImage& image = before.Of(*source);
-  for (int p = 0; p < std::min(Planes, source->GetPlanes()); ++p) {
+  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageCustom);
+  for (int p = 0; p < pass.Planes(); ++p) {
     CFilterMatrix matrix;
     if (radius[p] < 0 || !matrix.SetValues(radius[p], kernel[p], 0)) continue;
-    const bool limited = limits != nullptr;
-    const qmr::SharpenSelection selection(*source, p, limited ? limits[p] : qmr::SharpenLimits{});
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      qmr::BlockScan scan(image, p, matrix.GetRadius(), left, right);
-      std::vector<float> filtered;
-      for (int y = first; y < last; ++y) {
-        scan.MoveTo(y);
-        const std::span<const float> from = scan.Centre();
-        filtered.resize(from.size());
-        scan.Convolve(matrix, filtered);
-        const std::span<float> to = qmr::WriteRow(*this, y, p, left, right);
-        const std::size_t width = std::min(from.size(), to.size());
-        // The ramp first, the limit on darkening on what it leaves: the reverse of the sharpening filters, on purpose.
-        if (limited)
-          qmr::BlendThenLimitRow(selection, from.first(width), std::span(filtered).first(width), to.first(width));
-        else
-          std::copy_n(filtered.begin(), width, to.begin());
-        ShowProgress(1);
-      }
+    const qmr::SharpenSelection selection(*source, p, limits ? limits[p] : qmr::SharpenLimits{});
+    pass.Convolved(p, matrix, [&](auto from, auto filtered, auto to) {
+      // The ramp first, the limit on darkening on what it leaves: the reverse of the sharpening filters, on purpose.
+      if (limits)
+        qmr::BlendThenLimitRow(selection, from, filtered, to);
+      else
+        qmr::CopyFiltered(filtered, to);
     });
   }
-  ShowProgressEnd(nullptr);
+  pass.End();
 }

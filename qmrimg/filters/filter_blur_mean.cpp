@@ -4,9 +4,9 @@
 #include <span>
 #include <vector>
 
-#include "qmrimg/filters/block_scan.h"
 #include "qmrimg/filters/filter_blur.h"
 #include "qmrimg/filters/filter_matrix.h"
+#include "qmrimg/filters/filter_pass.h"
 #include "qmrimg/filters/kernels/sharpen_rows.h"
 #include "qmrimg/filters/plane_values.h"
 #include "qmrimg/filters/selection.h"
@@ -83,59 +83,30 @@ void CImgFilterBlur::MeanWithoutEdgeFilter(double* radius, double* weight, int* 
 void CImgFilterBlur::BoxMean(const double* radius, const double* weight, CVynImage* source, CRect* pRect,
                              int bProgress) {
   if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageMean, (bottom - top) * Planes);
-  qmr::Snapshot before(*this);
-  for (int p = 0; p < std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes}); ++p) {
+  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageMean);
+  for (int p = 0; p < pass.EnginePlanes(); ++p) {
     CFilterMatrix disc;
     // Twice the radius of the disc, on purpose: the weights outside it are 0, but meet infinite pixels.
     disc.SetWeightedDisc(std::max(1, qmr::TruncateToInt(2.0 * qmr::TruncateToInt(radius[p]))), radius[p], weight[p]);
     MakeFilterProc(source, &disc, p, 1);
     SetFilterProcPln(p);
-    const CFilterProc& engine = *CurFilterProc;
-    // The source of the call that filled the engine.
-    const CVynImage& image = before.Of(*engine.GetSource());
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      qmr::SeparableScan scan(image, engine.GetPlane(), engine.GetKernel(), left, right, last);
-      for (int y = first; y < last; ++y) {
-        const std::span<const float> mean = scan.Row(y);
-        const std::span<float> to = qmr::RowPair(*source, *this, y, p, left, right).to;
-        std::copy_n(mean.begin(), std::min(mean.size(), to.size()), to.begin());
-        ShowProgress(1);
-      }
-    });
+    // The engine uses the disc's centre row both ways: a box, on purpose, where the form with limits has the disc.
+    pass.Separable(p, *CurFilterProc, [](auto, auto mean, auto to) { qmr::CopyFiltered(mean, to); });
   }
-  ShowProgressEnd(nullptr);
+  pass.End();
 }
 
 void CImgFilterBlur::DiscMean(const double* radius, const double* weight, const SelectionLimits* limits,
                               CVynImage* source, CRect* pRect, int bProgress) {
   if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageMean, (bottom - top) * Planes);
-  qmr::Snapshot before(*this);
-  const CVynImage& image = before.Of(*source);
-  for (int p = 0; p < std::min(Planes, source->GetPlanes()); ++p) {
+  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageMean);
+  for (int p = 0; p < pass.Planes(); ++p) {
     CFilterMatrix disc;
     disc.SetWeightedDisc(WindowRadius(radius[p]), radius[p], weight[p]);
     const qmr::Selection selection(*source, p, limits[p]);
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      qmr::BlockScan scan(image, p, disc.GetRadius(), left, right);
-      std::vector<float> means(ColumnsOf(left, right));
-      for (int y = first; y < last; ++y) {
-        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
-        const std::span<float> mean = std::span(means).first(to.size());
-        if (scan.MoveTo(y)) {
-          scan.Convolve(disc, mean);
-          qmr::BlendRow(selection, from, mean, to);
-        }
-        ShowProgress(1);
-      }
-    });
+    pass.Convolved(p, disc, [&](auto from, auto mean, auto to) { qmr::BlendRow(selection, from, mean, to); });
   }
-  ShowProgressEnd(nullptr);
+  pass.End();
 }
 
 void CImgFilterBlur::MeanWithoutEdge(const double* radius, const double* weight, const SelectionLimits* limits,

@@ -1,15 +1,11 @@
 // Median of the smoothing filters.
 #include <algorithm>
-#include <cstddef>
-#include <span>
 
 #include "qmrimg/filters/filter_blur.h"
+#include "qmrimg/filters/filter_pass.h"
 #include "qmrimg/filters/plane_values.h"
 #include "qmrimg/filters/rank_scan.h"
 #include "qmrimg/filters/selection.h"
-#include "qmrimg/filters/snapshot.h"
-#include "qmrimg/image/row_access.h"
-#include "qmrimg/image/row_frame.h"
 #include "qmrimg/platform/truncate.h"
 
 namespace {
@@ -46,29 +42,16 @@ void CImgFilterBlur::MedianFilter(double* radius, int* minOn, double* min, doubl
 void CImgFilterBlur::Median(const double* radius, const qmr::SelectionLimits* limits, CVynImage* source, CRect* pRect,
                             int bProgress) {
   if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageMedian, (bottom - top) * Planes);
-  qmr::Snapshot before(*this);
-  const CVynImage& image = before.Of(*source);
-  for (int p = 0; p < std::min(Planes, image.GetPlanes()); ++p) {
-    const qmr::RankDisc disc = DiscOf(image, radius[p]);
-    const bool limited = limits != nullptr;
-    const qmr::Selection selection(image, p, limited ? limits[p] : qmr::SelectionLimits{});
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      constexpr int kRanks[] = {qmr::kUpperMedian};
-      qmr::RankScan scan(image, p, disc, qmr::RankEdge::kDrop, kRanks, left, right, last);
-      for (int y = first; y < last; ++y) {
-        const std::span<const float> medians = scan.Row(y);
-        const auto [from, to] = qmr::RowPair(image, *this, y, p, left, right);
-        const std::size_t width = std::min(medians.size(), to.size());
-        if (limited)
-          qmr::BlendRow(selection, from.first(width), medians.first(width), to.first(width));
-        else
-          std::copy_n(medians.begin(), width, to.begin());
-        ShowProgress(1);
-      }
-    });
+  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageMedian);
+  for (int p = 0; p < pass.Planes(); ++p) {
+    const qmr::Selection selection(*source, p, limits ? limits[p] : qmr::SelectionLimits{});
+    pass.Ranked(p, DiscOf(*source, radius[p]), qmr::RankEdge::kDrop, qmr::kUpperMedian,
+                [&](auto from, auto medians, auto to) {
+                  if (limits)
+                    qmr::BlendRow(selection, from, medians, to);
+                  else
+                    qmr::CopyFiltered(medians, to);
+                });
   }
-  ShowProgressEnd(nullptr);
+  pass.End();
 }

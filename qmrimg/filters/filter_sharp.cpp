@@ -8,6 +8,7 @@
 
 #include "qmrimg/filters/block_scan.h"
 #include "qmrimg/filters/filter_matrix.h"
+#include "qmrimg/filters/filter_pass.h"
 #include "qmrimg/filters/kernels/sharpen_rows.h"
 #include "qmrimg/filters/plane_values.h"
 #include "qmrimg/filters/selection.h"
@@ -186,34 +187,21 @@ void CImgFilterSharp::Sharpen(bool edges, const double* radius, const double* we
 void CImgFilterSharp::Mask(const double* sigma, const double* gain, const double* threshold,
                            const SharpenLimits* limits, CVynImage* source, CRect* pRect, int bProgress) {
   if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageUnSharp, (bottom - top) * Planes);
-  qmr::Snapshot before(*this);
-  for (int p = 0; p < std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes}); ++p) {
+  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageUnSharp);
+  for (int p = 0; p < pass.EnginePlanes(); ++p) {
     CFilterMatrix matrix;
     matrix.SetGaussianSigma(sigma[p]);
     MakeFilterProc(source, &matrix, p, 1);
     SetFilterProcPln(p);
-    const CFilterProc& engine = *CurFilterProc;
-    // The source of the call that filled the engine.
-    const CVynImage& image = before.Of(*engine.GetSource());
     const qmr::SharpenSelection selection(*source, p, limits ? limits[p] : SharpenLimits{});
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      qmr::SeparableScan scan(image, engine.GetPlane(), engine.GetKernel(), left, right, last);
-      for (int y = first; y < last; ++y) {
-        const std::span<const float> blurred = scan.Row(y);
-        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
-        const std::size_t width = std::min(blurred.size(), to.size());
-        if (limits)
-          qmr::UnSharpSelectedRow(selection, from.first(width), blurred.first(width), gain[p], to.first(width));
-        else
-          qmr::UnSharpRow(from.first(width), blurred.first(width), gain[p], threshold[p], to.first(width));
-        ShowProgress(1);
-      }
+    pass.Separable(p, *CurFilterProc, [&](auto from, auto blurred, auto to) {
+      if (limits)
+        qmr::UnSharpSelectedRow(selection, from, blurred, gain[p], to);
+      else
+        qmr::UnSharpRow(from, blurred, gain[p], threshold[p], to);
     });
   }
-  ShowProgressEnd(nullptr);
+  pass.End();
 }
 
 void CImgFilterSharp::MaskBands(const Band* bands, const SharpenLimits* limits, CVynImage* source, CRect* pRect,
