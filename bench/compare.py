@@ -4,7 +4,7 @@
     bench/compare.py BUILD-FOLDER [--rounds 5] [--only WORD]
 
 For each row our benchmark and its peer take turns, `rounds` times; the table shows the median of each and their ratio.
-Peers are Debian's packages (OpenCV, SciPy, scikit-image); a peer that is not installed leaves its cell empty. Threads:
+Peers are Debian's packages (OpenCV, SciPy, scikit-image, PyWavelets); a peer that is not installed leaves its cell empty. Threads:
 OMP_NUM_THREADS, by default all processors.
 """
 import argparse
