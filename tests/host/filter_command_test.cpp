@@ -191,6 +191,30 @@ TEST_F(FilterCommand, EachChangesItsRectangleOnly) {
   }
 }
 
+TEST_F(FilterCommand, SameBitsForThreadsAndProcessorLevels) {
+  const std::string loader = "/lib64/ld-linux-x86-64.so.2";
+  for (const FilterSpec& filter : Filters()) {
+    const bool mosaic = filter.input == FilterInput::kMosaic;
+    const std::string in = mosaic ? Scene(1, {Keyword::Text("BAYERPAT", "RGGB")}) : Scene(3);
+    Words words = Wanted(filter.name);
+    words.insert(words.begin(), {"filter", std::string(filter.name)});
+    words.insert(words.end(), {"--quiet", "--force", in, Path("out.fit")});
+    std::string first;
+    const auto check = [&](const Words& more, const Words& before = {}) {
+      Words all = words;
+      all.insert(all.end(), more.begin(), more.end());
+      const Outcome o = RunQmr(all, 0, before);
+      ASSERT_EQ(o.code, 0) << o.err;
+      const std::string bytes = ReadBytes(Path("out.fit"));
+      if (first.empty()) first = bytes;
+      EXPECT_TRUE(bytes == first) << filter.name << testing::PrintToString(more) << testing::PrintToString(before);
+    };
+    for (const char* threads : {"1", "2", "3"}) check({"--threads", threads});
+    if (!std::filesystem::exists(loader)) continue;
+    for (const char* level : {"x86-64-v2", "x86-64-v3", "x86-64-v4"}) check({}, {loader, "--glibc-hwcaps-mask", level});
+  }
+}
+
 TEST_F(FilterCommand, GaussianIsTheLibrarysToTheBit) {
   const std::string in = Scene(3);
   CVynImage source;
