@@ -24,11 +24,9 @@ import numpy as np  # noqa: E402  (the thread count must be set before)
 
 import filter_peers as fp  # noqa: E402
 
-try:
-    import cv2
+cv2 = fp.cv2
+if cv2:
     cv2.setNumThreads(THREADS)
-except ImportError:
-    cv2 = None
 try:
     import scipy.fft
 except ImportError:
@@ -38,12 +36,7 @@ try:
 except ImportError:
     skimage = None
 
-WIDTH, HEIGHT, PLANES = 6000, 4000, 3
-
-
-def planes():
-    rng = np.random.default_rng(1)
-    return [rng.random((HEIGHT, WIDTH), dtype=np.float32) for _ in range(PLANES)]
+WIDTH, HEIGHT = fp.WIDTH, fp.HEIGHT
 
 
 def timed(body):
@@ -56,8 +49,7 @@ def timed(body):
 def opencv_blur(sigma):
     if cv2 is None:
         return None
-    source = planes()
-    target = [np.empty_like(p) for p in source]
+    source, target = fp.frames()
     # As many taps as ours: radius trunc(2.8 sigma + 1).
     size = 2 * int(2.8 * sigma + 1) + 1
 
@@ -70,8 +62,7 @@ def opencv_blur(sigma):
 def opencv_warp(flag, turned):
     if cv2 is None:
         return None
-    source = planes()
-    target = [np.empty_like(p) for p in source]
+    source, target = fp.frames()
     if turned:
         matrix = cv2.getRotationMatrix2D(((WIDTH - 1) / 2, (HEIGHT - 1) / 2), 5, 1)
     else:
@@ -101,8 +92,7 @@ def skimage_shift(size):
 
 
 def numpy_copy():
-    source = planes()
-    target = [np.empty_like(p) for p in source]
+    source, target = fp.frames()
 
     def body():
         for s, t in zip(source, target):

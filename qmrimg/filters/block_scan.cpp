@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "qmrimg/image/kernels/level_rows.h"
 #include "qmrimg/image/row_access.h"
 
 namespace qmr {
@@ -106,7 +107,7 @@ void BlockScan::ConvolveClamped(CFilterMatrix& matrix, float low, float high, st
   if (!(low == low_ && high == high_)) limited_.first = limited_.last = 0;
   low_ = low;
   high_ = high;
-  Fill(limited_, [=](std::span<float> row) { LimitPixels(row, low, high); });
+  Fill(limited_, [=](std::span<float> row) { LimitRow(row, low, high); });
   if (Gather(limited_, matrix) && std::min(matrix.GetRadius(), radius_) > 0)
     SumTapsRounded(taps_, 0, count, out.data());
   else

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "qmrimg/image/kernels/level_rows.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 #include "qmrimg/raw/bayer_to_rgb.h"

@@ -11,6 +11,7 @@
 #include <span>
 #include <utility>
 
+#include "qmrimg/image/kernels/level_rows.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 #include "qmrimg/levels/site_medians.h"

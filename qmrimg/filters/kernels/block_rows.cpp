@@ -68,16 +68,6 @@ void PadRow(std::span<const float> src, std::int64_t start, std::span<float> out
   std::fill(to + last, to + count, src.back());
 }
 
-void LimitPixels(std::span<float> row, float low, float high) {
-  float* const values = row.data();
-  const std::size_t count = row.size();
-#pragma omp simd
-  for (std::size_t x = 0; x < count; ++x) {
-    const float raised = values[x] < low ? low : values[x];
-    values[x] = raised > high ? high : raised;
-  }
-}
-
 bool AllFinite(std::span<const float> row) {
   // A value minus itself is 0, or not a number, which no sum gets rid of.
   WideLanes sums = {};

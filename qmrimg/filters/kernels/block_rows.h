@@ -21,9 +21,6 @@ inline constexpr std::size_t kBlockSlack = 128;
 // Columns start .. start + out.size() - 1 of a row, columns beyond the row clamped to it. `src` is not empty.
 void PadRow(std::span<const float> src, std::int64_t start, std::span<float> out);
 
-// Limits each value to low..high, low first; not-a-number stays.
-void LimitPixels(std::span<float> row, float low, float high);
-
 // Without infinities and not-a-number.
 bool AllFinite(std::span<const float> row);
 

@@ -17,6 +17,16 @@ void LimitRow(std::span<float> row, double low, double high) {
   }
 }
 
+void LimitRow(std::span<float> row, float low, float high) {
+  float* const p = row.data();
+  const std::size_t width = row.size();
+#pragma omp simd
+  for (std::size_t x = 0; x < width; ++x) {
+    const float raised = p[x] < low ? low : p[x];
+    p[x] = raised > high ? high : raised;
+  }
+}
+
 void To256Row(std::span<const float> src, float* dst, const RowLevels& levels) {
   const float* const from = src.data();
   const std::size_t width = src.size();

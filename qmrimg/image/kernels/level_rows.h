@@ -14,6 +14,8 @@ struct RowLevels {
 
 // Every pixel limited to low..high, compared in double and stored as float.
 void LimitRow(std::span<float> row, double low, double high);
+// The same in float; not-a-number stays, and `high` wins where it lies below `low`.
+void LimitRow(std::span<float> row, float low, float high);
 
 // The 256-scale value of each pixel, in double, rounded to float.
 void To256Row(std::span<const float> src, float* dst, const RowLevels& levels);

@@ -40,16 +40,6 @@ void JoinBayerRow(const SplitRow& row, int left, std::span<float> out) {
   if (width % 2 != 0) pixels[2 * pairs] = e[pairs];
 }
 
-void LimitRow(std::span<float> row, float lo, float hi) {
-  float* const v = row.data();
-  const std::size_t width = row.size();
-#pragma omp simd
-  for (std::size_t x = 0; x < width; ++x) {
-    const float raised = v[x] < lo ? lo : v[x];
-    v[x] = raised > hi ? hi : raised;
-  }
-}
-
 void DiagonalMeans(const SplitRow& above, const SplitRow& below, int colourColumn, float* means, std::size_t count) {
   // Of a site in column 2k + parity the column to the left is entry k - 1 + parity of the other half.
   const float* const north = above.half[1 - colourColumn] + colourColumn;

@@ -19,9 +19,6 @@ void SplitBayerRow(std::span<const float> row, float* even, float* odd);
 // The reverse: columns left, left + 1, ... into `out`.
 void JoinBayerRow(const SplitRow& row, int left, std::span<float> out);
 
-// Limits to lo..hi; not-a-number stays.
-void LimitRow(std::span<float> row, float lo, float hi);
-
 // What the sites of one row read.
 struct BayerNeighbours {
   // Mosaic rows above, here and below.
