@@ -128,6 +128,12 @@ CV = (lambda name: getattr(cv2, name, 0))
 ROWS = [
     ("image_bench", "Invert", "invert, 3 planes of 6000 x 4000", "numpy copy, 1 thread", numpy_copy),
     ("image_bench", "ToDib/32", "levels to a 32-bit bitmap", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "Bright", "brightness and contrast", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "Calculation/mode:0/clamp:0", "constant added", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "Calculation/mode:1/clamp:1", "constant subtracted, clamped", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "Calculation/mode:2/clamp:0", "multiplied by a constant", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "Calculation/mode:3/clamp:0", "divided by a constant", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "CutOff", "cut-off at the levels", "numpy copy, 1 thread", numpy_copy),
     ("filter_bench", "Gaussian/2", "Gaussian, sigma 2", "OpenCV GaussianBlur, same taps", lambda: opencv_blur(2)),
     ("filter_bench", "Gaussian/10", "Gaussian, sigma 10", "OpenCV GaussianBlur, same taps", lambda: opencv_blur(10)),
     *fp.ROWS,

@@ -13,6 +13,10 @@ try:
     import pywt
 except ImportError:
     pywt = None
+try:
+    import skimage.exposure
+except ImportError:
+    skimage = None
 
 WIDTH, HEIGHT, PLANES = 6000, 4000, 3
 
@@ -112,6 +116,20 @@ def wavelet(inverse):
     return make
 
 
+def equalize(sky):
+    """One plane; the peer's 256 bins with interpolation stand beside our rank of every pixel."""
+    def make():
+        if skimage is None:
+            return None
+        rng = np.random.default_rng(1)
+        image = rng.random((HEIGHT, WIDTH), dtype=np.float32)
+        if sky:
+            image = np.floor(image * 127) + np.floor(rng.random((HEIGHT, WIDTH), dtype=np.float32) * 254) + 1000
+            image[rng.random((HEIGHT, WIDTH), dtype=np.float32) < 1 / 128] *= 30
+        return lambda: skimage.exposure.equalize_hist(image)
+    return make
+
+
 SHARPEN = np.full((3, 3), -1.0)
 SHARPEN[1, 1] = 9.0
 
@@ -147,6 +165,8 @@ ROWS = [
     ("misc_bench", "Contour", "contours, 16 levels", "", lambda: None),
     ("development_bench", "GammaFirst/1/0", "digital development, sigma 10", "OpenCV blur and divide", divide_by_blur(10)),
     ("development_bench", "GammaFirst/2/1", "the same, gamma 2, common mask", "", lambda: None),
+    ("tone_bench", "Equalize/0", "equalisation of one plane, noise", "scikit-image, 256 bins", equalize(False)),
+    ("tone_bench", "Equalize/1", "equalisation of one plane, sky", "scikit-image, 256 bins", equalize(True)),
     ("wavelet_bench", "Decomposition/4", "4 wavelet levels of 4096 x 4096", "PyWavelets wavedec2", wavelet(False)),
     ("wavelet_bench", "Composition/4", "and back", "PyWavelets waverec2", wavelet(True)),
     ("star_bench", "StarEnhance2/5", "star enhancement, sigma 2", "", lambda: None),

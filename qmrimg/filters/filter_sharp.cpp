@@ -2,32 +2,32 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <vector>
 
-#include "qmrimg/filters/block_scan.h"
 #include "qmrimg/filters/filter_matrix.h"
-#include "qmrimg/filters/filter_pass.h"
 #include "qmrimg/filters/kernels/sharpen_rows.h"
 #include "qmrimg/filters/plane_values.h"
 #include "qmrimg/filters/selection.h"
 #include "qmrimg/filters/separable_scan.h"
+#include "qmrimg/filters/sharp_run.h"
 #include "qmrimg/filters/snapshot.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
-#include "qmrimg/platform/truncate.h"
 
 namespace {
 
-constexpr int kMessageSharp = 6121;
-constexpr int kMessageUnSharp = 6122;
 constexpr int kMessageSubBand = 6147;
 constexpr int kBands = 6;
 
 using qmr::ColumnsOf;
 using qmr::ForAllPlanes;
 using qmr::LimitsOfPlanes;
+using qmr::RunSharpen;
+using qmr::RunUnSharpMask;
 using qmr::SharpenLimits;
 
 }  // namespace
@@ -42,80 +42,80 @@ CImgFilterSharp::CImgFilterSharp() = default;
 CImgFilterSharp::~CImgFilterSharp() = default;
 
 void CImgFilterSharp::SharpFilter(double radius, double weight, CVynImage* source, CRect* pRect, int bProgress) {
-  Sharpen(false, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(), nullptr, source, pRect,
-          bProgress);
+  RunSharpen(*this, false, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(), nullptr, source,
+             pRect, bProgress);
 }
 
 void CImgFilterSharp::SharpFilter(double* radius, double* weight, CVynImage* source, CRect* pRect, int bProgress) {
-  Sharpen(false, radius, weight, nullptr, source, pRect, bProgress);
+  RunSharpen(*this, false, radius, weight, nullptr, source, pRect, bProgress);
 }
 
 void CImgFilterSharp::SharpFilter(double radius, double weight, int minOn, double min, double minBuf, int maxOn,
                                   double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
                                   CRect* pRect, int bProgress) {
   const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
-  Sharpen(false, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(),
-          ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
+  RunSharpen(*this, false, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(),
+             ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
 }
 
 void CImgFilterSharp::SharpFilter(double* radius, double* weight, int* minOn, double* min, double* minBuf, int* maxOn,
                                   double* max, double* maxBuf, int* brighterOn, double* brighter, CVynImage* source,
                                   CRect* pRect, int bProgress) {
-  Sharpen(false, radius, weight,
-          LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
-          bProgress);
+  RunSharpen(*this, false, radius, weight,
+             LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
+             bProgress);
 }
 
 void CImgFilterSharp::SharpEdgeFilter(double radius, double weight, CVynImage* source, CRect* pRect, int bProgress) {
-  Sharpen(true, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(), nullptr, source, pRect,
-          bProgress);
+  RunSharpen(*this, true, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(), nullptr, source,
+             pRect, bProgress);
 }
 
 void CImgFilterSharp::SharpEdgeFilter(double* radius, double* weight, CVynImage* source, CRect* pRect, int bProgress) {
-  Sharpen(true, radius, weight, nullptr, source, pRect, bProgress);
+  RunSharpen(*this, true, radius, weight, nullptr, source, pRect, bProgress);
 }
 
 void CImgFilterSharp::SharpEdgeFilter(double radius, double weight, int minOn, double min, double minBuf, int maxOn,
                                       double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
                                       CRect* pRect, int bProgress) {
   const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
-  Sharpen(true, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(),
-          ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
+  RunSharpen(*this, true, ForAllPlanes(radius, *this).data(), ForAllPlanes(weight, *this).data(),
+             ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
 }
 
 void CImgFilterSharp::SharpEdgeFilter(double* radius, double* weight, int* minOn, double* min, double* minBuf,
                                       int* maxOn, double* max, double* maxBuf, int* brighterOn, double* brighter,
                                       CVynImage* source, CRect* pRect, int bProgress) {
-  Sharpen(true, radius, weight,
-          LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
-          bProgress);
+  RunSharpen(*this, true, radius, weight,
+             LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
+             bProgress);
 }
 
 void CImgFilterSharp::UnSharpMask(double sigma, double gain, double threshold, CVynImage* source, CRect* pRect,
                                   int bProgress) {
-  Mask(ForAllPlanes(sigma, *this).data(), ForAllPlanes(gain, *this).data(), ForAllPlanes(threshold, *this).data(),
-       nullptr, source, pRect, bProgress);
+  RunUnSharpMask(*this, ForAllPlanes(sigma, *this).data(), ForAllPlanes(gain, *this).data(),
+                 ForAllPlanes(threshold, *this).data(), nullptr, source, pRect, bProgress);
 }
 
 void CImgFilterSharp::UnSharpMask(double* sigma, double* gain, double* threshold, CVynImage* source, CRect* pRect,
                                   int bProgress) {
-  Mask(sigma, gain, threshold, nullptr, source, pRect, bProgress);
+  RunUnSharpMask(*this, sigma, gain, threshold, nullptr, source, pRect, bProgress);
 }
 
 void CImgFilterSharp::UnSharpMask(double sigma, double gain, int minOn, double min, double minBuf, int maxOn,
                                   double max, double maxBuf, int brighterOn, double brighter, CVynImage* source,
                                   CRect* pRect, int bProgress) {
   const SharpenLimits limits{{minOn, min, minBuf, maxOn, max, maxBuf}, brighterOn, brighter};
-  Mask(ForAllPlanes(sigma, *this).data(), ForAllPlanes(gain, *this).data(), nullptr, ForAllPlanes(limits, *this).data(),
-       source, pRect, bProgress);
+  RunUnSharpMask(*this, ForAllPlanes(sigma, *this).data(), ForAllPlanes(gain, *this).data(), nullptr,
+                 ForAllPlanes(limits, *this).data(), source, pRect, bProgress);
 }
 
 void CImgFilterSharp::UnSharpMask(double* sigma, double* gain, int* minOn, double* min, double* minBuf, int* maxOn,
                                   double* max, double* maxBuf, int* brighterOn, double* brighter, CVynImage* source,
                                   CRect* pRect, int bProgress) {
-  Mask(sigma, gain, nullptr,
-       LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source, pRect,
-       bProgress);
+  RunUnSharpMask(*this, sigma, gain, nullptr,
+                 LimitsOfPlanes(Planes, minOn, min, minBuf, maxOn, max, maxBuf, brighterOn, brighter).data(), source,
+                 pRect, bProgress);
 }
 
 void CImgFilterSharp::SubBandUnSharpMask(double sigma0, double gain0, double sigma1, double gain1, double sigma2,
@@ -144,72 +144,14 @@ void CImgFilterSharp::SubBandUnSharpMask(double* sigma0, double* gain0, double* 
             pRect, bProgress);
 }
 
-void CImgFilterSharp::Sharpen(bool edges, const double* radius, const double* weight, const SharpenLimits* limits,
-                              CVynImage* source, CRect* pRect, int bProgress) {
-  if (!source) return;
-  int left, top, right, bottom;
-  NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageSharp, (bottom - top) * Planes);
-  qmr::Snapshot before(*this);
-  const CVynImage& image = before.Of(*source);
-  for (int p = 0; p < std::min(Planes, source->GetPlanes()); ++p) {
-    const int windowRadius = qmr::TruncateToInt(std::max(1.0, radius[p]));
-    CFilterMatrix sharpen, laplacian;
-    sharpen.SetSharpen(edges ? radius[p] : std::max(1.0, radius[p]), weight[p]);
-    if (edges) laplacian.SetLaplacian(windowRadius, radius[p]);
-    const double range = GetLevelRange(p);
-    const qmr::SharpenSelection selection(*source, p, limits ? limits[p] : SharpenLimits{});
-    qmr::ForRowRanges(top, bottom, [&](int first, int last) {
-      qmr::BlockScan scan(image, p, windowRadius, left, right);
-      std::vector<float> sharpened(ColumnsOf(left, right)), response(edges ? sharpened.size() : 0);
-      for (int y = first; y < last; ++y) {
-        const auto [from, to] = qmr::RowPair(*source, *this, y, p, left, right);
-        if (scan.MoveTo(y)) {
-          const std::span<float> row = limits ? std::span(sharpened).first(to.size()) : to;
-          if (edges) {
-            const std::span<float> edge = std::span(response).first(to.size());
-            const std::span<float> strong = std::span(sharpened).first(to.size());
-            scan.Convolve(laplacian, edge);
-            scan.Convolve(sharpen, strong);
-            qmr::EdgeBlendRow(edge, range, from, strong, row);
-          } else {
-            scan.Convolve(sharpen, row);
-          }
-          if (limits) qmr::LimitThenBlendRow(selection, from, row, to);
-        }
-        ShowProgress(1);
-      }
-    });
-  }
-  ShowProgressEnd(nullptr);
-}
-
-void CImgFilterSharp::Mask(const double* sigma, const double* gain, const double* threshold,
-                           const SharpenLimits* limits, CVynImage* source, CRect* pRect, int bProgress) {
-  if (!source) return;
-  qmr::FilterPass pass(*this, *source, pRect, bProgress, kMessageUnSharp);
-  for (int p = 0; p < pass.EnginePlanes(); ++p) {
-    CFilterMatrix matrix;
-    matrix.SetGaussianSigma(sigma[p]);
-    MakeFilterProc(source, &matrix, p, 1);
-    SetFilterProcPln(p);
-    const qmr::SharpenSelection selection(*source, p, limits ? limits[p] : SharpenLimits{});
-    pass.Separable(p, *CurFilterProc, [&](auto from, auto blurred, auto to) {
-      if (limits)
-        qmr::UnSharpSelectedRow(selection, from, blurred, gain[p], to);
-      else
-        qmr::UnSharpRow(from, blurred, gain[p], threshold[p], to);
-    });
-  }
-  pass.End();
-}
-
 void CImgFilterSharp::MaskBands(const Band* bands, const SharpenLimits* limits, CVynImage* source, CRect* pRect,
                                 int bProgress) {
   if (!source) return;
   int left, top, right, bottom;
   NormalizeRect(pRect, left, top, right, bottom);
-  ShowProgressInit(bProgress, kMessageSubBand, (bottom - top) * Planes);
+  const std::int64_t units = (static_cast<std::int64_t>(bottom) - top) * Planes;
+  ShowProgressInit(bProgress, kMessageSubBand,
+                   static_cast<int>(std::min<std::int64_t>(units, std::numeric_limits<int>::max())));
   const int planes = std::min({Planes, source->GetPlanes(), qmr::kEnginePlanes});
   for (int p = 0; p < planes; ++p) {
     for (int k = 0; k < kBands; ++k) {

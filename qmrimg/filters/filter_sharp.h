@@ -68,11 +68,6 @@ class QMR_API CImgFilterSharp : public CVynImage {
 
  private:
   struct Band;
-  // The engines of the forms. `limits` has an entry a plane; null filters all pixels.
-  void Sharpen(bool edges, const double* radius, const double* weight, const qmr::SharpenLimits* limits,
-               CVynImage* source, CRect* pRect, int bProgress);
-  // `threshold` belongs to the form without limits.
-  void Mask(const double* sigma, const double* gain, const double* threshold, const qmr::SharpenLimits* limits,
-            CVynImage* source, CRect* pRect, int bProgress);
+  // `limits` has an entry a plane.
   void MaskBands(const Band* bands, const qmr::SharpenLimits* limits, CVynImage* source, CRect* pRect, int bProgress);
 };

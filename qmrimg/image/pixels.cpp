@@ -1,44 +1,15 @@
 // Pixel readers and writers.
 #include <algorithm>
-#include <cmath>
 
+#include "qmrimg/image/bilinear.h"
 #include "qmrimg/image/pixel_math.h"
 #include "qmrimg/image/vyn_image.h"
-#include "qmrimg/platform/truncate.h"
 
 namespace {
 
-// A place between the pixels of one axis: the cell, its neighbour and the distance from the cell.
-struct Cell {
-  int first;
-  int second;
-  double fraction;
-  bool exact;
-};
-
-// From the last pixel on the coordinate is that of the last pixel, seen from the cell before it. A negative
-// coordinate is not clamped: down to -1 it truncates to cell 0 and extrapolates.
-Cell CellOf(double coordinate, int size) {
-  Cell cell;
-  if (coordinate >= size - 1) {
-    cell.first = std::max(size - 2, 0);
-    coordinate = size - 1;
-  } else {
-    cell.first = std::max(qmr::TruncateToInt(coordinate), 0);
-  }
-  cell.second = std::min(cell.first + 1, size - 1);
-  cell.fraction = coordinate - cell.first;
-  cell.exact = coordinate == cell.first;
-  return cell;
-}
-
-float Interpolate(const float* row0, const float* row1, const Cell& x, const Cell& y) {
+float Interpolate(const float* row0, const float* row1, const qmr::Cell& x, const qmr::Cell& y) {
   if (!row0 || !row1) return 0.0f;
-  if (x.exact && y.exact) return row0[x.first];
-  const double fx = x.fraction;
-  const double fy = y.fraction;
-  return static_cast<float>((1.0 - fy) * (1.0 - fx) * row0[x.first] + (fy - fy * fx) * row1[x.first] +
-                            (fx - fy * fx) * row0[x.second] + fy * fx * row1[x.second]);
+  return qmr::Bilinear(row0[x.first], row0[x.second], row1[x.first], row1[x.second], x.fraction, y.fraction);
 }
 
 float* Writable(CImage& image, int x, int y, int plane) {
@@ -115,8 +86,8 @@ float CVynImage::GetPixelBrightRaw(const float* r, const float* g, const float* 
 
 float CVynImage::GetPixelGrayRaw(double x, double y, int plane) const {
   if (Width <= 0 || Height <= 0) return 0.0f;
-  const Cell column = CellOf(x, Width);
-  const Cell row = CellOf(y, Height);
+  const qmr::Cell column = qmr::CellOf(x, Width);
+  const qmr::Cell row = qmr::CellOf(y, Height);
   return Interpolate(Row(row.first, plane), Row(row.second, plane), column, row);
 }
 
@@ -135,8 +106,8 @@ float CVynImage::GetPixelGrayRawBuf(double x, double y, int plane) {
     GetPixelGrayRawBufInit();
     bufStore_ = VmImage->GetNumber();
   }
-  const Cell column = CellOf(x, Width);
-  const Cell row = CellOf(y, Height);
+  const qmr::Cell column = qmr::CellOf(x, Width);
+  const qmr::Cell row = qmr::CellOf(y, Height);
   const int wanted[2] = {row.first, row.second};
   for (int i = 0; i < 2; ++i) {
     if (wanted[i] == BufRowNo[i]) continue;

@@ -1,33 +1,13 @@
 // Readers for a destination pixel of an image that is being shifted, turned and scaled.
+#include "qmrimg/image/bilinear.h"
 #include "qmrimg/image/pixel_math.h"
 #include "qmrimg/image/vyn_image.h"
 #include "qmrimg/platform/truncate.h"
 
 namespace {
 
-struct Position {
-  double x;
-  double y;
-};
-
-struct Move {
-  double dx;
-  double dy;
-  double sinA;
-  double cosA;
-  double scale;
-};
-
-// Where the destination pixel (x, y) lies in the source. The vertical axis of the rotation points up.
-Position SourceOf(int x, int y, double cx, double cy, const Move& move) {
-  if (move.cosA != 1.0 || move.sinA != 0.0) {
-    const double u = x - cx - move.dx;
-    const double v = cy - y + move.dy;
-    return {(u * move.cosA - v * move.sinA) * move.scale + cx, cy - (u * move.sinA + v * move.cosA) * move.scale};
-  }
-  if (move.scale == 1.0) return {x - move.dx, y - move.dy};
-  return {(x - cx - move.dx) * move.scale + cx, (y - cy - move.dy) * move.scale + cy};
-}
+using qmr::Position;
+using qmr::SourceOf;
 
 void Serve(const Position& at, int* outside, double* srcX, double* srcY) {
   if (outside) *outside = 0;
@@ -36,7 +16,7 @@ void Serve(const Position& at, int* outside, double* srcX, double* srcY) {
 }
 
 bool IsInside(const Position& at, const CImage& image) {
-  return 0.0 <= at.x && at.x < image.GetWidth() && 0.0 <= at.y && at.y < image.GetHeight();
+  return qmr::IsInside(at, image.GetWidth(), image.GetHeight());
 }
 
 // What `plane` means for a gray reader: a plane of the image, or -1 for the brightness of a colour image.
@@ -64,7 +44,7 @@ float Outside(double fill, int* outside) {
 
 float CVynImage::GetPixelGray256f(int x, int y, double dx, double dy, double sinA, double cosA, double scale, int plane,
                                   double fill, int nearest, int* outside, double* srcX, double* srcY) const {
-  const Position at = SourceOf(x, y, StdCtr.x, StdCtr.y, {dx, dy, sinA, cosA, scale});
+  const Position at = SourceOf(x, y, {dx, dy, sinA, cosA, scale, StdCtr.x, StdCtr.y});
   Serve(at, outside, srcX, srcY);
   // The position is tested before it is rounded, on purpose: within half a pixel of the right or bottom edge the
   // nearest reader meets the zeros behind the image, which the raw reader takes for outside.
@@ -84,7 +64,7 @@ float CVynImage::GetPixelGray256f(int x, int y, int dx, int dy, double sinA, dou
 
 float CVynImage::GetPixelGrayRaw(int x, int y, double dx, double dy, double sinA, double cosA, double scale, int plane,
                                  double fill, int nearest, int* outside, double* srcX, double* srcY) const {
-  const Position at = SourceOf(x, y, StdCtr.x, StdCtr.y, {dx, dy, sinA, cosA, scale});
+  const Position at = SourceOf(x, y, {dx, dy, sinA, cosA, scale, StdCtr.x, StdCtr.y});
   Serve(at, outside, srcX, srcY);
   const int from = GrayPlane(*this, plane);
   if (!nearest) {
@@ -130,7 +110,7 @@ void CVynImage::GetPixelRgb256f(int x, int y, double dx, double dy, double sinA,
                                 double* srcY) const {
   const double cx = useStdCtr ? StdCtr.x : Width * 0.5;
   const double cy = useStdCtr ? StdCtr.y : Height * 0.5;
-  const Position at = SourceOf(x, y, cx, cy, {dx, dy, sinA, cosA, scale});
+  const Position at = SourceOf(x, y, {dx, dy, sinA, cosA, scale, cx, cy});
   Serve(at, outside, srcX, srcY);
   RgbOf(*this, at, r, g, b, fill, outside, [&](int p) { return GetPixelGray256f(at.x, at.y, p); });
 }
@@ -147,7 +127,7 @@ void CVynImage::GetPixelRgbRaw(int x, int y, double dx, double dy, double sinA, 
                                double* srcY) const {
   const double cx = useStdCtr ? StdCtr.x : Width * 0.5;
   const double cy = useStdCtr ? StdCtr.y : Height * 0.5;
-  const Position at = SourceOf(x, y, cx, cy, {dx, dy, sinA, cosA, scale});
+  const Position at = SourceOf(x, y, {dx, dy, sinA, cosA, scale, cx, cy});
   Serve(at, outside, srcX, srcY);
   RgbOf(*this, at, r, g, b, fill, outside, [&](int p) { return GetPixelGrayRaw(at.x, at.y, p); });
 }
@@ -161,13 +141,13 @@ void CVynImage::GetPixelRgbRaw(int x, int y, int dx, int dy, double sinA, double
 
 float CVynImage::GetPixelL(int x, int y, double dx, double dy, double sinA, double cosA, double scale,
                            double fill) const {
-  const Position at = SourceOf(x, y, StdCtr.x, StdCtr.y, {dx, dy, sinA, cosA, scale});
+  const Position at = SourceOf(x, y, {dx, dy, sinA, cosA, scale, StdCtr.x, StdCtr.y});
   return IsInside(at, *this) ? GetPixelGrayRaw(at.x, at.y, 0) : static_cast<float>(fill);
 }
 
 void CVynImage::GetPixelAb(int x, int y, double dx, double dy, double sinA, double cosA, double scale, double* a,
                            double* b, double fill) const {
-  const Position at = SourceOf(x, y, StdCtr.x, StdCtr.y, {dx, dy, sinA, cosA, scale});
+  const Position at = SourceOf(x, y, {dx, dy, sinA, cosA, scale, StdCtr.x, StdCtr.y});
   const bool inside = IsInside(at, *this);
   *a = inside ? GetPixelGrayRaw(at.x, at.y, 0) : fill;
   *b = inside ? GetPixelGrayRaw(at.x, at.y, 1) : fill;

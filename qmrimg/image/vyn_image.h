@@ -208,6 +208,32 @@ class QMR_API CVynImage : public CImage {
   // The middle of the image, in integers.
   void SetDefaultCenter();
 
+  // Marks of the host. The star counts as set when either coordinate is not negative, the sky when it has a size
+  // besides, the picked-up point when both are not negative.
+  CPoint GetStarPt() const { return StarPt; }
+  void SetStarPt(CPoint pt) { StarPt = pt; }
+  void ClearStarPt();
+  int IsValidStarPt() const;
+  void GetSkyPt(CPoint& pt, int& size) const;
+  void SetSkyPt(CPoint pt, int size);
+  void ClearSkyPt();
+  int IsValidSkyPt() const;
+  CPoint GetPickupPt() const { return PickupPt; }
+  void SetPickupPt(CPoint pt) { PickupPt = pt; }
+  int IsValidPickupPt() const;
+  // Background rectangles 0..31; another number is ignored and gives an empty one. A rectangle is set when it has a
+  // width and a height, be they negative.
+  CRect GetBkgRect(int i) const;
+  void SetBkgRect(int i, CRect rect);
+  void ClearBkgRect(int i);
+  int IsValidBkgRect(int i) const;
+  // How many of rectangles 0 and 1 are set; on purpose no others, hosts show two.
+  int GetBkgRectNum() const;
+  CfPoint GetCrossGaugePt() const { return CrossGaugePt; }
+  void SetCrossGaugePt(double x, double y) { CrossGaugePt.Set(x, y); }
+  void ShowCrossGauge(int show) { ShowCrossGaugeFlag = show; }
+  int IsShowCrossGauge() const { return ShowCrossGaugeFlag; }
+
   // ---- Display --------------------------------------------------------------------------------------------------
 
   // Renders into the host's bitmap through the levels; the area comes from the bitmap's size.
@@ -245,6 +271,17 @@ class QMR_API CVynImage : public CImage {
   // minimum, maximum and mean of the flat, one entry a plane of a colour flat.
   void DarkFlat(CVynImage* src, CVynImage* dark, CVynImage* flat, float* flatMin, float* flatMax, float* flatAvr,
                 float pedestal, double gamma, const CRect* pRect, int bProgress);
+
+  // ---- Lab planes -----------------------------------------------------------------------------------------------
+  // New images of this one's size in the Lab space of CColor, L on 0..100; the caller owns them. Null when memory
+  // lacks. 256-scale values are limited to 0..5000 before the conversion; a monochrome image counts as grey. A report
+  // is always made. An image of two planes is taken as monochrome.
+
+  // L in one plane, with the levels of this image's plane 0.
+  CVynImage* MakeLPlane();
+  // a and b in two planes; bClamp255 non-zero limits the values of a colour image to 0..255 instead.
+  CVynImage* MakeAbPlane(int bClamp255);
+  CVynImage* MakeLabPlane();
 
  protected:
   int GetHeightOfHistogram(const int* hist, int bins) const;
@@ -296,4 +333,7 @@ class QMR_API CVynImage : public CImage {
   HDIB GetDib8Color(BITMAPINFOHEADER* header) const;
   HDIB GetDib24Mono(BITMAPINFOHEADER* header) const;
   HDIB GetDib24Color(BITMAPINFOHEADER* header) const;
+  // Blends `src` into this image under plane 0 of `mask`, taken through its levels to 0..1: there `src` shows fully at
+  // 0 and this image at 1, with bReverse the other way round. A mask without a level range changes nothing.
+  void ApplyMask_Do0_x(CVynImage* src, CVynImage* mask, int left, int right, int top, int bottom, int bReverse);
 };

@@ -11,6 +11,14 @@
 
 namespace qmr {
 
+// The choices of one float as the vector instructions make them: of not-a-number and another value Max gives `b`.
+inline float Max(float a, float b) {
+  return a > b ? a : b;
+}
+inline float Select(bool condition, float a, float b) {
+  return condition ? a : b;
+}
+
 #if defined(__SSE2__)
 
 // Four floats with the arithmetic of one.
@@ -19,6 +27,13 @@ struct Float4 {
   friend Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.v, b.v)}; }
   friend Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.v, b.v)}; }
   friend Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.v, b.v)}; }
+  // Comparisons give a mask for Select.
+  friend Float4 operator<=(Float4 a, Float4 b) { return {_mm_cmple_ps(a.v, b.v)}; }
+  friend Float4 operator>=(Float4 a, Float4 b) { return {_mm_cmpge_ps(a.v, b.v)}; }
+  friend Float4 Max(Float4 a, Float4 b) { return {_mm_max_ps(a.v, b.v)}; }
+  friend Float4 Select(Float4 mask, Float4 a, Float4 b) {
+    return {_mm_or_ps(_mm_and_ps(mask.v, a.v), _mm_andnot_ps(mask.v, b.v))};
+  }
 };
 
 template <class Vector>
