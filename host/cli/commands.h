@@ -13,6 +13,11 @@ using Run = std::function<int()>;
 void AddStack(CLI::App& program, Run& run);
 void AddSimulate(CLI::App& program, Run& run);
 void AddFilter(CLI::App& program, Run& run);
+void AddAdjust(CLI::App& program, Run& run);
+void AddCompose(CLI::App& program, Run& run);
+void AddSplit(CLI::App& program, Run& run);
+void AddLevels(CLI::App& program, Run& run);
+void AddRun(CLI::App& program, Run& run);
 void AddInfo(CLI::App& program, Run& run);
 
 }  // namespace qmr

@@ -7,7 +7,7 @@
 
 #include "host/cli/commands.h"
 #include "host/cli/interrupt.h"
-#include "host/cli/nearest.h"
+#include "host/cli/unknown_word.h"
 #include "host/files/image_file.h"
 #include "host/night/failure.h"
 #include "host/version.h"
@@ -34,6 +34,11 @@ int RunProgram(int argc, char** argv) {
   qmr::AddStack(program, run);
   qmr::AddSimulate(program, run);
   qmr::AddFilter(program, run);
+  qmr::AddAdjust(program, run);
+  qmr::AddCompose(program, run);
+  qmr::AddSplit(program, run);
+  qmr::AddLevels(program, run);
+  qmr::AddRun(program, run);
   qmr::AddInfo(program, run);
   try {
     program.parse(argc, argv);

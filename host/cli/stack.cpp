@@ -1,16 +1,17 @@
 // `qmr stack`: a folder of frames goes in, one image comes out.
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "host/cli/choose.h"
 #include "host/cli/commands.h"
 #include "host/cli/terminal_steps.h"
 #include "host/files/atomic_file.h"
 #include "host/night/failure.h"
 #include "host/night/night.h"
-#include "qmrimg/geometry/interp.h"
 
 namespace qmr {
 namespace {
@@ -34,16 +35,6 @@ const std::map<std::string, AlignMode> kAlign = {
     {"none", AlignMode::kNone}, {"shift", AlignMode::kShift}, {"rotation", AlignMode::kRotation}};
 const std::map<std::string, Normalisation> kNormalise = {
     {"none", Normalisation::kNone}, {"offset", Normalisation::kOffset}, {"scale", Normalisation::kScale}};
-
-template <class Value>
-Value Choose(const std::map<std::string, Value>& choices, const std::string& name, const char* option) {
-  std::string lower;
-  for (const char c : name) lower.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
-  if (const auto found = choices.find(lower); found != choices.end()) return found->second;
-  std::string all;
-  for (const auto& [choice, value] : choices) all += (all.empty() ? "" : ", ") + choice;
-  throw Failure(kExitUsage, std::string(option) + ": one of " + all + ", not '" + PrintablePath(name) + "'");
-}
 
 void PrintResult(const NightResult& result, const StackOptions& options) {
   std::printf("%d frames stacked, on %s", result.used, PrintablePath(result.reference).c_str());
@@ -80,11 +71,9 @@ int RunStack(Arguments& arguments) {
   night.combine = Choose(kCombine, arguments.combine, "--combine");
   night.align = Choose(kAlign, arguments.align, "--align");
   night.normalise = Choose(kNormalise, arguments.normalise, "--normalise");
-  CString interpolation(WidenUtf8(arguments.interpolation));
-  night.interpolation = CInterp::GetMethod(interpolation);
-  if (night.interpolation < 0)
-    throw Failure(kExitUsage, "--interpolation: Bilinear, Bicubic, Lanczos2, Lanczos3 or NearestNeighbor, not '" +
-                                  PrintablePath(arguments.interpolation) + "'");
+  night.interpolation = ChooseInterpolation(arguments.interpolation);
+  // The range lets not-a-number through.
+  if (std::isnan(night.kappa)) throw Failure(kExitUsage, "--kappa: a number of standard deviations, 0.1 to 1000");
   if (!arguments.bayer.empty()) night.bayer = arguments.bayer;
   if (night.folder.empty() && night.lights.empty())
     throw Failure(kExitUsage, "name a folder of frames, or lights with --light");

@@ -12,10 +12,11 @@ namespace qmr {
 namespace {
 
 // What a stack says anew, or no longer has.
-constexpr std::array<std::string_view, 24> kReplaced = {
-    "STACKCNT", "NCOMBINE", "EXPTIME",  "EXPOSURE", "LIVETIME", "DATE-OBS", "CALSTAT",  "ROWORDER",
-    "PROGRAM",  "IMAGETYP", "FRAME",    "HISTORY",  "BAYERPAT", "COLORTYP", "XBAYROFF", "YBAYROFF",
-    "BAYOFFX",  "BAYOFFY",  "DATE-END", "TRIGGER",  "PEDESTAL", "CBLACK",   "CWHITE",   "DATE-AVG"};
+constexpr std::array<std::string_view, 28> kReplaced = {
+    "STACKCNT", "NCOMBINE", "EXPTIME",  "EXPOSURE", "LIVETIME", "DATE-OBS", "CALSTAT",
+    "ROWORDER", "PROGRAM",  "IMAGETYP", "FRAME",    "HISTORY",  "BAYERPAT", "COLORTYP",
+    "XBAYROFF", "YBAYROFF", "BAYOFFX",  "BAYOFFY",  "DATE-END", "TRIGGER",  "PEDESTAL",
+    "CBLACK",   "CWHITE",   "CBLACK2",  "CWHITE2",  "CBLACK3",  "CWHITE3",  "DATE-AVG"};
 
 bool IsReplaced(std::string_view name) {
   return std::find(kReplaced.begin(), kReplaced.end(), name) != kReplaced.end() || IsStructuralKeyword(name);

@@ -13,7 +13,7 @@
 #include "host/files/fits_writer.h"
 #include "host/files/image_file.h"
 #include "host/files/png_writer.h"
-#include "host/filters/filter_table.h"
+#include "host/operations/operation.h"
 #include "qmrimg/filters/filter_blur.h"
 #include "tests/host/program.h"
 #include "tests/support/images.h"
@@ -134,7 +134,7 @@ TEST_F(FilterCommand, OffersEveryFilterOfTheLibrary) {
   std::set<std::string_view> offered;
   const Outcome list = RunQmr({"filter", "--list"});
   EXPECT_EQ(list.code, 0);
-  for (const FilterSpec& filter : Filters()) {
+  for (const OperationSpec& filter : Filters()) {
     offered.insert(filter.name);
     const Outcome help = RunQmr({"filter", std::string(filter.name), "--help"});
     EXPECT_EQ(help.code, 0);
@@ -153,10 +153,10 @@ TEST_F(FilterCommand, OffersEveryFilterOfTheLibrary) {
 // Each filter changes pixels inside the rectangle, none outside; blank pixels stay blank and spoil no others.
 TEST_F(FilterCommand, EachChangesItsRectangleOnly) {
   const CRect rect(12, 9, 61, 55);
-  for (const FilterSpec& filter : Filters()) {
+  for (const OperationSpec& filter : Filters()) {
     for (const int planes : {1, 3}) {
-      const bool mosaic = filter.input == FilterInput::kMosaic;
-      if ((filter.input == FilterInput::kColour && planes == 1) || (mosaic && planes == 3)) continue;
+      const bool mosaic = filter.input == OperationInput::kMosaic;
+      if ((filter.input == OperationInput::kColour && planes == 1) || (mosaic && planes == 3)) continue;
       CVynImage image;
       Shape(image, kWidth, kHeight, planes);
       FillScene(image);
@@ -193,8 +193,8 @@ TEST_F(FilterCommand, EachChangesItsRectangleOnly) {
 
 TEST_F(FilterCommand, SameBitsForThreadsAndProcessorLevels) {
   const std::string loader = "/lib64/ld-linux-x86-64.so.2";
-  for (const FilterSpec& filter : Filters()) {
-    const bool mosaic = filter.input == FilterInput::kMosaic;
+  for (const OperationSpec& filter : Filters()) {
+    const bool mosaic = filter.input == OperationInput::kMosaic;
     const std::string in = mosaic ? Scene(1, {Keyword::Text("BAYERPAT", "RGGB")}) : Scene(3);
     Words words = Wanted(filter.name);
     words.insert(words.begin(), {"filter", std::string(filter.name)});

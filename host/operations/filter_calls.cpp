@@ -1,4 +1,4 @@
-#include "host/filters/filter_calls.h"
+#include "host/operations/filter_calls.h"
 
 #include <algorithm>
 #include <array>
@@ -24,17 +24,6 @@
 
 namespace qmr::calls {
 namespace {
-
-constexpr int kReport = 1;
-
-// The operation's object with the source's pixels and levels in it.
-template <class Operation>
-std::unique_ptr<Operation> Destination(const FilterJob& job) {
-  auto operation = std::make_unique<Operation>();
-  if (!operation->CopyImage(job.source)) throw std::bad_alloc();
-  operation->SetProgressHandle(job.progress);
-  return operation;
-}
 
 // The selection as arrays with an entry a plane.
 struct Limits {
@@ -73,7 +62,7 @@ std::array<double, 3> Three(const std::vector<double>& values) {
   return three;
 }
 
-std::vector<double> ToRaw(const FilterJob& job, std::vector<double> levels) {
+std::vector<double> ToRaw(const OperationJob& job, std::vector<double> levels) {
   for (std::size_t p = 0; p < levels.size(); ++p) levels[p] = job.source.ToRaw(levels[p], static_cast<int>(p));
   return levels;
 }
@@ -82,7 +71,7 @@ std::vector<double> ToRaw(const FilterJob& job, std::vector<double> levels) {
 // higher, and the thresholds, which count in ranges from black to white, are the smaller for it.
 class Headroom {
  public:
-  explicit Headroom(const FilterJob& job) : source_(job.source), factor_(job.settings.Number("headroom")) {
+  explicit Headroom(const OperationJob& job) : source_(job.source), factor_(job.settings.Number("headroom")) {
     for (int p = 0; p < source_.GetPlanes(); ++p) {
       const double black = source_.GetLevelMin(p);
       white_.push_back(source_.GetLevelMax(p));
@@ -116,7 +105,7 @@ bool AllEqual(const std::vector<double>& values) {
 using SharpForm = void (CImgFilterSharp::*)(double*, double*, int*, double*, double*, int*, double*, double*, int*,
                                             double*, CVynImage*, CRect*, int);
 
-Result SharpenBy(SharpForm form, const FilterJob& job, const char* width, const char* strength) {
+Result SharpenBy(SharpForm form, const OperationJob& job, const char* width, const char* strength) {
   auto image = Destination<CImgFilterSharp>(job);
   std::vector<double> widths = job.settings.PerPlane(width);
   std::vector<double> strengths = job.settings.PerPlane(strength);
@@ -132,28 +121,28 @@ Result SharpenBy(SharpForm form, const FilterJob& job, const char* width, const 
 
 // ---- Fixed patterns -------------------------------------------------------------------------------------------------
 
-Result MedianPattern(const FilterJob& job) {
+Result MedianPattern(const OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
   CRect rect = job.rect;
   image->MedianFilter(job.settings.Whole("pattern"), &job.source, &rect, kReport);
   return image;
 }
 
-Result RankPattern(const FilterJob& job) {
+Result RankPattern(const OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
   CRect rect = job.rect;
   image->MinMaxFilter(job.settings.Whole("pattern"), job.settings.Whole("rank"), &job.source, &rect, kReport);
   return image;
 }
 
-Result Laplacian(const FilterJob& job) {
+Result Laplacian(const OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
   CRect rect = job.rect;
   image->LaplacianFilter(job.settings.Whole("kernel"), &job.source, &rect, kReport);
   return image;
 }
 
-Result UnsharpPattern(const FilterJob& job) {
+Result UnsharpPattern(const OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
   CRect rect = job.rect;
   const Settings& s = job.settings;
@@ -169,7 +158,7 @@ int PatternRanks(const Settings& settings, int) {
 
 // ---- Smoothing ------------------------------------------------------------------------------------------------------
 
-Result Gaussian(const FilterJob& job) {
+Result Gaussian(const OperationJob& job) {
   auto image = Destination<CImgFilterBlur>(job);
   std::vector<double> sigma = job.settings.PerPlane("sigma");
   Limits l(job.settings);
@@ -179,7 +168,7 @@ Result Gaussian(const FilterJob& job) {
   return image;
 }
 
-Result Mean(const FilterJob& job) {
+Result Mean(const OperationJob& job) {
   auto image = Destination<CImgFilterBlur>(job);
   std::vector<double> radius = job.settings.PerPlane("radius");
   std::vector<double> weight = job.settings.PerPlane("weight");
@@ -199,7 +188,7 @@ void CheckMean(const Settings& settings) {
     throw Failure(kExitUsage, "--shape box: takes no --mask-min and no --mask-max");
 }
 
-Result MeanKeepEdges(const FilterJob& job) {
+Result MeanKeepEdges(const OperationJob& job) {
   std::vector<double> radius = job.settings.PerPlane("radius");
   std::vector<double> weight = job.settings.PerPlane("weight");
   Limits l(job.settings);
@@ -239,7 +228,7 @@ Result MeanKeepEdges(const FilterJob& job) {
   return image;
 }
 
-Result Median(const FilterJob& job) {
+Result Median(const OperationJob& job) {
   auto image = Destination<CImgFilterBlur>(job);
   std::vector<double> radius = job.settings.PerPlane("radius");
   Limits l(job.settings);
@@ -251,15 +240,15 @@ Result Median(const FilterJob& job) {
 
 // ---- Sharpening -----------------------------------------------------------------------------------------------------
 
-Result Sharpen(const FilterJob& job) {
+Result Sharpen(const OperationJob& job) {
   return SharpenBy(&CImgFilterSharp::SharpFilter, job, "radius", "weight");
 }
 
-Result SharpenEdges(const FilterJob& job) {
+Result SharpenEdges(const OperationJob& job) {
   return SharpenBy(&CImgFilterSharp::SharpEdgeFilter, job, "radius", "weight");
 }
 
-Result Unsharp(const FilterJob& job) {
+Result Unsharp(const OperationJob& job) {
   if (!job.settings.Has("threshold")) return SharpenBy(&CImgFilterSharp::UnSharpMask, job, "sigma", "gain");
   auto image = Destination<CImgFilterSharp>(job);
   std::vector<double> sigma = job.settings.PerPlane("sigma");
@@ -276,7 +265,7 @@ void CheckUnsharp(const Settings& settings) {
     throw Failure(kExitUsage, "--threshold: goes neither with --mask-min and --mask-max nor with --keep-brighter");
 }
 
-Result MultibandSharpen(const FilterJob& job) {
+Result MultibandSharpen(const OperationJob& job) {
   auto image = Destination<CImgFilterSharp>(job);
   const auto planes = static_cast<std::size_t>(job.settings.Planes());
   constexpr std::size_t kBands = 6;
@@ -299,7 +288,7 @@ Result MultibandSharpen(const FilterJob& job) {
   return image;
 }
 
-Result Wavelet(const FilterJob& job) {
+Result Wavelet(const OperationJob& job) {
   auto image = Destination<CImgWavelet>(job);
   const int scales = job.settings.Whole("scales");
   CRect rect = job.rect;
@@ -342,7 +331,7 @@ void DevelopmentLevels(CVynImage& image, const Settings& settings) {
   }
 }
 
-Result DigitalDevelopment(const FilterJob& job) {
+Result DigitalDevelopment(const OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   CVynImage& source = job.source;
@@ -393,7 +382,7 @@ Result DigitalDevelopment(const FilterJob& job) {
 
 // ---- Stars and nebulae ----------------------------------------------------------------------------------------------
 
-Result StarSharpen(const FilterJob& job) {
+Result StarSharpen(const OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   std::vector<double> radius = s.PerPlane("radius");
@@ -409,7 +398,7 @@ int StarRanks(const Settings& settings, int plane) {
   return disc.GetStarSharpFilterNum(settings.PerPlane("radius")[static_cast<std::size_t>(plane)]);
 }
 
-Result StarEnhance(const FilterJob& job) {
+Result StarEnhance(const OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   const Headroom headroom(job);
@@ -431,7 +420,7 @@ void CheckStarEnhance(const Settings& s) {
     throw Failure(kExitUsage, "--smooth before: takes one --sigma, --gain and --threshold for all planes");
 }
 
-Result StarMask(const FilterJob& job) {
+Result StarMask(const OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   const Headroom headroom(job);
@@ -441,7 +430,7 @@ Result StarMask(const FilterJob& job) {
   return image;
 }
 
-Result NebulaSmooth(const FilterJob& job) {
+Result NebulaSmooth(const OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   std::vector<double> sigma = s.PerPlane("sigma");
@@ -455,7 +444,7 @@ Result NebulaSmooth(const FilterJob& job) {
 
 // ---- Corrections ----------------------------------------------------------------------------------------------------
 
-Result HotPixels(const FilterJob& job) {
+Result HotPixels(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   CRect rect = job.rect;
@@ -466,7 +455,7 @@ Result HotPixels(const FilterJob& job) {
   return image;
 }
 
-Result HotPixelsMosaic(const FilterJob& job) {
+Result HotPixelsMosaic(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   CRect rect = job.rect;
@@ -477,7 +466,7 @@ Result HotPixelsMosaic(const FilterJob& job) {
   return image;
 }
 
-Result BackgroundSmooth(const FilterJob& job) {
+Result BackgroundSmooth(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   std::vector<double> level = ToRaw(job, s.PerPlane("level"));
@@ -489,7 +478,7 @@ Result BackgroundSmooth(const FilterJob& job) {
   return image;
 }
 
-Result FalseColour(const FilterJob& job) {
+Result FalseColour(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   const std::vector<double>& ratio = s.List("ratio");
@@ -499,7 +488,7 @@ Result FalseColour(const FilterJob& job) {
   return image;
 }
 
-Result GuideError(const FilterJob& job) {
+Result GuideError(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   CRect rect = job.rect;
@@ -508,7 +497,7 @@ Result GuideError(const FilterJob& job) {
   return image;
 }
 
-Result Rank(const FilterJob& job) {
+Result Rank(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   std::vector<double> radius = job.settings.PerPlane("radius");
   std::vector<int> rank = job.settings.PerPlaneWhole("rank");
@@ -522,7 +511,7 @@ int DiscRanks(const Settings& settings, int plane) {
   return disc.GetMinMaxFilterNmax(settings.PerPlane("radius")[static_cast<std::size_t>(plane)]);
 }
 
-Result Convolve(const FilterJob& job) {
+Result Convolve(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   std::vector<double> kernel = job.settings.List("kernel");
   if (job.settings.On("normalise")) {
@@ -546,7 +535,7 @@ void CheckConvolve(const Settings& settings) {
     throw Failure(kExitUsage, "--normalise: the values of --kernel add up to 0");
 }
 
-Result Contour(const FilterJob& job) {
+Result Contour(const OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   CRect rect = job.rect;
   image->ContourFilter(job.settings.Whole("steps"), job.settings.On("no-clamp"), &job.source, &rect, kReport);

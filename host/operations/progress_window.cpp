@@ -1,4 +1,4 @@
-#include "host/filters/progress_window.h"
+#include "host/operations/progress_window.h"
 
 #include <utility>
 

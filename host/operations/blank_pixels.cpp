@@ -1,4 +1,4 @@
-#include "host/filters/blank_pixels.h"
+#include "host/operations/blank_pixels.h"
 
 #include <algorithm>
 #include <cmath>
@@ -35,7 +35,7 @@ float PlaneMedian(const CVynImage& image, int plane) {
 
 }  // namespace
 
-BlankPixels::BlankPixels(CVynImage& image, int step) {
+BlankPixels::BlankPixels(CVynImage& image, int step) : planes_(image.GetPlanes()) {
   for (int p = 0; p < image.GetPlanes(); ++p) {
     for (int y = 0; y < image.GetHeight(); ++y) {
       const std::span<const float> row = ReadRow(image, y, p, 0, image.GetWidth());
@@ -53,7 +53,10 @@ BlankPixels::BlankPixels(CVynImage& image, int step) {
 }
 
 void BlankPixels::Restore(CVynImage& image) const {
-  for (const Pixel& at : pixels_) image.SetPixelGrayRaw(at.x, at.y, std::numeric_limits<float>::quiet_NaN(), at.plane);
+  const bool every = image.GetPlanes() != planes_;
+  for (const Pixel& at : pixels_)
+    for (int p = every ? 0 : at.plane; p < (every ? image.GetPlanes() : at.plane + 1); ++p)
+      image.SetPixelGrayRaw(at.x, at.y, std::numeric_limits<float>::quiet_NaN(), p);
 }
 
 }  // namespace qmr

@@ -1,4 +1,4 @@
-// Pixels without a value, on their way round a filter.
+// Pixels without a value, on their way round an operation.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ class BlankPixels {
   // Fills each by the median of the good pixels around it, in rows and columns `step` apart, or else by that of the
   // plane; a plane of blank pixels becomes 0.
   BlankPixels(CVynImage& image, int step);
-  // Makes the same pixels of another image of that shape not-a-number again.
+  // Makes the same pixels of another image not-a-number again: in all planes where it has another number of them.
   void Restore(CVynImage& image) const;
   std::size_t Count() const { return pixels_.size(); }
 
@@ -22,6 +22,7 @@ class BlankPixels {
   struct Pixel {
     int x, y, plane;
   };
+  int planes_;
   std::vector<Pixel> pixels_;
 };
 

@@ -1,17 +1,18 @@
-// One filter on one file.
+// One operation on one file.
 #pragma once
 
 #include <cstddef>
 #include <optional>
 #include <string>
 
-#include "host/filters/filter_table.h"
 #include "host/night/steps.h"
+#include "host/operations/operation.h"
 
 namespace qmr {
 
-struct FilterRequest {
-  const FilterSpec* filter;
+struct OperationRequest {
+  const OperationFamily* family;
+  const OperationSpec* operation;
   Settings settings;
   std::string input;
   std::string output;                // .fit, .fits, .fts or .png
@@ -19,15 +20,15 @@ struct FilterRequest {
   bool force = false;                // replace an output that exists
 };
 
-struct FilterReport {
-  std::string command;          // the filter and all its settings, those by default and the levels included
+struct OperationReport {
+  std::string command;          // the operation and all its settings, those by default and the levels included
   std::string levelsFrom;       // where the levels come from
   std::string mosaic;           // of an undeveloped frame; empty for any other image
   std::size_t blankPixels = 0;  // not-a-number, in all planes
 };
 
-// Reads, filters, writes. Pixels without a value stay so and count for nothing; the output appears when it is complete.
-// A Failure says what is wrong, and an older output stays as it was.
-FilterReport RunFilter(FilterRequest& request, Steps& steps);
+// Reads, operates, writes. Pixels without a value stay so and count for nothing; the output appears when it is
+// complete. A Failure says what is wrong, and an older output stays as it was.
+OperationReport RunOperation(OperationRequest& request, Steps& steps);
 
 }  // namespace qmr

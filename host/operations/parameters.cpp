@@ -1,10 +1,12 @@
-#include "host/filters/parameters.h"
+#include "host/operations/parameters.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -65,7 +67,7 @@ std::optional<double> RankOf(const Parameter& parameter, std::string_view word, 
   return whole && *value != std::floor(*value) ? std::nullopt : value;
 }
 
-double ValueOf(const Parameter& parameter, const std::string& word) {
+double ValueOf(const Parameter& parameter, std::string_view word) {
   if (parameter.mayBeNone && word == "none") return kNone;
   if (parameter.kind == ValueKind::kChoice) {
     const auto found = std::find(parameter.choices.begin(), parameter.choices.end(), word);
@@ -87,6 +89,13 @@ double ValueOf(const Parameter& parameter, const std::string& word) {
   return *value;
 }
 
+void AddPoint(const Parameter& parameter, std::string_view word, std::vector<double>& values) {
+  const auto colon = word.find(':');
+  if (colon == std::string_view::npos) Refuse(parameter, "points IN:OUT", word);
+  values.push_back(ValueOf(parameter, TrimBlanks(word.substr(0, colon))));
+  values.push_back(ValueOf(parameter, TrimBlanks(word.substr(colon + 1))));
+}
+
 // What is wrong with a list of that length when the image is not known yet; null when nothing is.
 const char* WrongLength(ValueCount count, std::size_t length) {
   const auto side = static_cast<std::size_t>(std::lround(std::sqrt(static_cast<double>(length))));
@@ -95,8 +104,12 @@ const char* WrongLength(ValueCount count, std::size_t length) {
       return length == 1 ? nullptr : "one value";
     case ValueCount::kUpToSix:
       return length <= 6 ? nullptr : "up to six values";
+    case ValueCount::kTwo:
+      return length == 2 ? nullptr : "two values";
     case ValueCount::kThree:
       return length == 3 ? nullptr : "three values";
+    case ValueCount::kNine:
+      return length == 9 ? nullptr : "nine values";
     case ValueCount::kRectangle:
       return length == 4 ? nullptr : "four values";
     case ValueCount::kLevels:
@@ -119,14 +132,31 @@ std::string NumberText(double value) {
   return {digits.data(), end};
 }
 
+double Rounded(double value) {
+  std::array<char, 40> text;
+  std::snprintf(text.data(), text.size(), "%.8g", value);
+  return std::strtod(text.data(), nullptr);
+}
+
+Parameter Switch(std::string_view key, std::string_view meaning) {
+  return {.key = key, .meaning = meaning, .kind = ValueKind::kSwitch};
+}
+
 std::string ValueForm(const Parameter& parameter) {
   if (parameter.kind == ValueKind::kSwitch) return {};
-  const std::string one = parameter.kind == ValueKind::kChoice ? "WORD" : IsRank(parameter) ? "RANK" : "N";
+  const std::string one = parameter.kind == ValueKind::kChoice  ? "WORD"
+                          : parameter.kind == ValueKind::kPoint ? "IN:OUT"
+                          : IsRank(parameter)                   ? "RANK"
+                                                                : "N";
   switch (parameter.count) {
     case ValueCount::kPlanes:
       return one + "[," + one + "," + one + "]";
+    case ValueCount::kTwo:
+      return one + "," + one;
     case ValueCount::kThree:
       return one + "," + one + "," + one;
+    case ValueCount::kNine:
+      return "RR,RG,RB,GR,GG,GB,BR,BG,BB";
     case ValueCount::kRectangle:
       return "LEFT,TOP,RIGHT,BOTTOM";
     case ValueCount::kLevels:
@@ -172,7 +202,7 @@ Settings::Settings(std::vector<const Parameter*> parameters) {
 void Settings::Read(const Parameter& parameter, const std::string& words) {
   const auto entry =
       std::find_if(entries_.begin(), entries_.end(), [&](const Entry& e) { return e.parameter == &parameter; });
-  if (entry == entries_.end()) throw std::logic_error("a parameter of another filter");
+  if (entry == entries_.end()) throw std::logic_error("a parameter of another operation");
   entry->given = true;
   entry->values.clear();
   if (parameter.kind == ValueKind::kSwitch) {
@@ -181,7 +211,23 @@ void Settings::Read(const Parameter& parameter, const std::string& words) {
   }
   entry->words = Split(words);
   if (const char* wanted = WrongLength(parameter.count, entry->words.size())) Refuse(parameter, wanted, words);
-  for (const std::string& word : entry->words) entry->values.push_back(ValueOf(parameter, word));
+  for (const std::string& word : entry->words) {
+    if (parameter.kind == ValueKind::kPoint)
+      AddPoint(parameter, word, entry->values);
+    else
+      entry->values.push_back(ValueOf(parameter, word));
+  }
+}
+
+void Settings::Set(std::string_view key, const std::vector<double>& values) {
+  std::vector<double>& own = entries_[static_cast<std::size_t>(&At(key) - entries_.data())].values;
+  own.clear();
+  for (const double value : values) {
+    if (!std::isfinite(value))
+      throw Failure(kExitBadData,
+                    "its infinite values leave nothing to find; --" + std::string(key) + " must be given");
+    own.push_back(Rounded(value));
+  }
 }
 
 void Settings::CheckCount(const Entry& entry) const {
@@ -305,7 +351,8 @@ std::string Settings::Text() const {
     // One value stands for all planes.
     const bool same = std::all_of(words.begin(), words.end(), [&](const std::string& w) { return w == words[0]; });
     if (same && (parameter.count == ValueCount::kPlanes || IsRank(parameter))) words.resize(1);
-    for (std::size_t i = 0; i < words.size(); ++i) text += (i == 0 ? " " : ",") + words[i];
+    const bool points = parameter.kind == ValueKind::kPoint;
+    for (std::size_t i = 0; i < words.size(); ++i) text += (i == 0 ? " " : points && i % 2 == 1 ? ":" : ",") + words[i];
   }
   return text;
 }

@@ -1,5 +1,5 @@
-// Parameters of more than one filter.
-#include "host/filters/filter_table.h"
+// Parameters of more than one operation.
+#include "host/operations/operation.h"
 
 namespace qmr {
 namespace {
@@ -10,10 +10,6 @@ using Count = ValueCount;
 // Levels may lie far below black and above white.
 constexpr double kLevelEnd = 1e6;
 constexpr double kRawEnd = 1e30;
-
-Parameter Switch(std::string_view key, std::string_view meaning) {
-  return {.key = key, .meaning = meaning, .kind = Kind::kSwitch};
-}
 
 Parameter MaskEnd(std::string_view key, std::string_view meaning) {
   return {.key = key,
@@ -52,33 +48,39 @@ const std::vector<Parameter>& BrightnessParameters() {
   return parameters;
 }
 
-const std::vector<Parameter>& CommonParameters() {
+const std::vector<Parameter>& PartParameters() {
   static const std::vector<Parameter> parameters = {
       {.key = "rect",
-       .meaning = "Filter this part only; right and bottom are the first column and row outside",
+       .meaning = "Change this part only; right and bottom are the first column and row outside",
        .unit = "pixels",
        .kind = Kind::kWhole,
        .count = Count::kRectangle,
        .least = -1e6,
        .most = 1e9,
-       .range = "the whole image by default"},
+       .range = "the whole image by default"}};
+  return parameters;
+}
+
+const std::vector<Parameter>& CommonParameters() {
+  static const std::vector<Parameter> parameters = {
       {.key = "levels",
        .meaning = "Values of the file that are black and white, for all planes or each",
        .count = Count::kLevels,
        .least = -kRawEnd,
        .most = kRawEnd,
-       .range = "by default CBLACK and CWHITE of the file, else from the sky's brightness and noise"}};
+       .range = "by default CBLACK and CWHITE of the file, else found from the picture"}};
   return parameters;
 }
 
-std::vector<const Parameter*> ParametersOf(const FilterSpec& filter) {
+std::vector<const Parameter*> ParametersOf(const OperationSpec& operation) {
   std::vector<const Parameter*> all;
   const auto add = [&](const std::vector<Parameter>& parameters) {
     for (const Parameter& parameter : parameters) all.push_back(&parameter);
   };
-  add(filter.parameters);
-  if (filter.selects) add(SelectionParameters());
-  if (filter.keepsBright) add(BrightnessParameters());
+  add(operation.parameters);
+  if (operation.selects) add(SelectionParameters());
+  if (operation.keepsBright) add(BrightnessParameters());
+  if (!operation.wholeOnly) add(PartParameters());
   add(CommonParameters());
   return all;
 }

@@ -1,4 +1,4 @@
-// What a filter can be told: declared row by row, read from the user's words, checked against the declaration.
+// What an operation can be told: declared row by row, read from the user's words, checked against the declaration.
 #pragma once
 
 #include <string>
@@ -12,6 +12,7 @@ enum class ValueKind {
   kWhole,
   kRank,            // a place in a sorted window: a whole number from 0, a share of the way ("25%"), min, median or max
   kFractionalRank,  // the same, fractions allowed
+  kPoint,           // a point of a curve, "IN:OUT"; two values, both in the range
   kChoice,          // one of a few words; its value is the word's number
   kSwitch           // given or not
 };
@@ -19,13 +20,16 @@ enum class ValueKind {
 // How many values a parameter takes; a list is separated by commas.
 enum class ValueCount {
   kOne,
-  kPlanes,     // one, or one a plane
-  kScales,     // one, or one a scale of a pyramid, as many as the parameter "scales" says
-  kUpToSix,    // one to six
-  kThree,      // exactly three
+  kPlanes,   // one, or one a plane
+  kScales,   // one, or one a scale of a pyramid, as many as the parameter "scales" says
+  kUpToSix,  // one to six
+  kTwo,      // exactly that many
+  kThree,
+  kNine,
   kRectangle,  // exactly four
   kLevels,     // two, or two a plane
-  kSquare      // as many as a square of odd side has
+  kSquare,     // as many as a square of odd side has
+  kAny         // one or more
 };
 
 struct Parameter {
@@ -45,6 +49,8 @@ struct Parameter {
   std::string_view range = {};  // said instead of the range
 };
 
+Parameter Switch(std::string_view key, std::string_view meaning);
+
 // "Width of the Gaussian, pixels; 0 to 200, default 2; one value or one a plane"
 std::string Describe(const Parameter& parameter);
 // What stands behind the key in a help text: "N[,N,N]". Empty for a switch.
@@ -52,8 +58,10 @@ std::string ValueForm(const Parameter& parameter);
 
 // A number in its shortest form that reads back as itself, never with an exponent where it can be helped.
 std::string NumberText(double value);
+// Eight digits of it.
+double Rounded(double value);
 
-// The values of all parameters of one filter. What is wrong with the user's words is a Failure with kExitUsage that
+// The values of all parameters of one operation. What is wrong with the user's words is a Failure with kExitUsage that
 // names the parameter.
 class Settings {
  public:
@@ -69,13 +77,16 @@ class Settings {
   // may be null when no parameter is a rank.
   void Finish(int planes, RankCount ranks);
 
+  // Gives a parameter values that were found, rounded to what a header line can hold, so that the line gives the same.
+  void Set(std::string_view key, const std::vector<double>& values);
+
   int Planes() const { return planes_; }
   // Whether the parameter has any value that is not "none".
   bool Has(std::string_view key) const;
   double Number(std::string_view key) const;
   int Whole(std::string_view key) const;
   bool On(std::string_view key) const;
-  // The values as they were given.
+  // The values as they were given; a point's are two.
   const std::vector<double>& List(std::string_view key) const;
   // A value a plane, not-a-number where it is none.
   std::vector<double> PerPlane(std::string_view key) const;

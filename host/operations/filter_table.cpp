@@ -1,6 +1,6 @@
-#include "host/filters/filter_table.h"
+#include "host/operations/operation.h"
 
-#include "host/filters/filter_calls.h"
+#include "host/operations/filter_calls.h"
 
 namespace qmr {
 namespace {
@@ -53,10 +53,6 @@ Parameter DiscWeight() {
           .count = Count::kPlanes,
           .most = 1000.0,
           .fallback = "1"};
-}
-
-Parameter Switch(std::string_view key, std::string_view meaning) {
-  return {.key = key, .meaning = meaning, .kind = Kind::kSwitch};
 }
 
 Parameter Hot(std::string_view fallback) {
@@ -116,9 +112,9 @@ Parameter SharpenWeight() {
           .fallback = "0.2"};
 }
 
-std::vector<FilterSpec> MakeFilters() {
+std::vector<OperationSpec> MakeFilters() {
   using namespace calls;
-  std::vector<FilterSpec> t;
+  std::vector<OperationSpec> t;
 
   t.push_back({.name = "gaussian",
                .group = kSmoothing,
@@ -332,6 +328,7 @@ std::vector<FilterSpec> MakeFilters() {
                        .most = kLevelEnd,
                        .range = "by default where --knee says"}},
        .call = DigitalDevelopment,
+       .resultLevels = ResultLevels::kTold,
        .levels = DevelopmentLevels});
 
   t.push_back(
@@ -410,7 +407,7 @@ std::vector<FilterSpec> MakeFilters() {
                .summary = "The same on an undeveloped frame, each pixel against its own colour",
                .parameters = {Hot("0.3"), Cool("0.3")},
                .call = HotPixelsMosaic,
-               .input = FilterInput::kMosaic});
+               .input = OperationInput::kMosaic});
   t.push_back(
       {.name = "false-colour",
        .group = kCorrections,
@@ -431,7 +428,7 @@ std::vector<FilterSpec> MakeFilters() {
              .fallback = "0.2"},
             {.key = "strength", .meaning = "Share of the correction that is made", .most = 1.0, .fallback = "1"}},
        .call = FalseColour,
-       .input = FilterInput::kColour});
+       .input = OperationInput::kColour});
   t.push_back({.name = "guide-error",
                .group = kCorrections,
                .summary = "Shortens stars that guiding drew into lines",
@@ -544,8 +541,8 @@ std::vector<FilterSpec> MakeFilters() {
 
 }  // namespace
 
-const std::vector<FilterSpec>& Filters() {
-  static const std::vector<FilterSpec> filters = MakeFilters();
+const std::vector<OperationSpec>& Filters() {
+  static const std::vector<OperationSpec> filters = MakeFilters();
   return filters;
 }
 

@@ -1,0 +1,135 @@
+#include "host/operations/run_operation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "host/night/failure.h"
+#include "host/operations/blank_pixels.h"
+#include "host/operations/picture_file.h"
+#include "host/operations/progress_window.h"
+
+namespace qmr {
+namespace {
+
+void CheckInput(const OperationSpec& operation, const LightFrame& frame) {
+  const std::string name = PrintablePath(frame.path);
+  const MosaicLayout& mosaic = frame.mosaic;
+  if (operation.input == OperationInput::kMosaic) {
+    if (mosaic.kind == MosaicLayout::Kind::None)
+      throw Failure(kExitBadData, name + ": holds no undeveloped mosaic" +
+                                      (frame.image->GetPlanes() > 1 ? "" : "; --bayer names it if it does"));
+    if (mosaic.kind == MosaicLayout::Kind::Unsupported)
+      throw Failure(kExitBadData, name + ": its mosaic is not known: " + mosaic.text);
+    return;
+  }
+  RefuseMosaic(frame);
+  if (operation.input == OperationInput::kColour && frame.image->GetPlanes() < 3)
+    throw Failure(kExitBadData, name + ": has one plane; " + std::string(operation.name) + " wants colour");
+}
+
+// Gives the image its levels and tells where they come from.
+std::string SetLevels(CVynImage& image, const std::vector<Keyword>& keywords, const OperationSpec& operation,
+                      const Settings& settings) {
+  const auto set = [&](int plane, double black, double white) {
+    static_cast<CImage&>(image).SetLevel(plane, black, white);
+  };
+  if (settings.Has("levels")) {
+    const std::vector<double>& given = settings.List("levels");
+    for (std::size_t p = 0; p < static_cast<std::size_t>(image.GetPlanes()); ++p) {
+      const std::size_t at = given.size() > 2 ? 2 * p : 0;
+      set(static_cast<int>(p), given[at], given[at + 1]);
+    }
+    return "--levels";
+  }
+  if (operation.levels && !(operation.fileLevelsFirst && SetKeywordLevels(image, keywords))) {
+    operation.levels(image, settings);
+    RoundLevels(image);
+    return "the picture";
+  }
+  return SetLevelsOfFile(image, keywords);
+}
+
+// The keywords of the source, as far as they hold for the result.
+std::vector<Keyword> ResultKeywords(const OperationRequest& request, const LightFrame& frame, const CVynImage& result) {
+  std::vector<Keyword> keywords = frame.keywords;
+  const ResultLevels levels = request.operation->resultLevels;
+  if (levels == ResultLevels::kAnew) DropLevelKeywords(keywords);
+  if (levels == ResultLevels::kTold || (levels == ResultLevels::kAnew && request.settings.Has("levels")))
+    SetLevelKeywords(keywords, result);
+  if (request.operation->moves) DropSkyKeywords(keywords);
+  return keywords;
+}
+
+void CheckLevels(const Settings& settings) {
+  const std::vector<double>& levels = settings.List("levels");
+  for (std::size_t i = 0; i + 1 < levels.size(); i += 2)
+    if (!(levels[i] < levels[i + 1])) throw Failure(kExitUsage, "--levels: the first of two is the smaller one");
+}
+
+// What the operation finds in the picture; the line of a Failure says what the picture has or lacks.
+void Find(const OperationSpec& operation, const LightFrame& frame, Settings& settings) {
+  try {
+    operation.find(*frame.image, settings);
+  } catch (const Failure& failure) {
+    throw Failure(failure.code, PrintablePath(frame.path) + ": " + failure.what());
+  }
+}
+
+// The settings as a command that gives the same again, with the levels that were found.
+std::string CommandText(const OperationRequest& request, const CVynImage& image) {
+  std::string text = "qmr " + std::string(request.family->command) + " " + std::string(request.operation->name);
+  if (const std::string settings = request.settings.Text(); !settings.empty()) text.append(" ").append(settings);
+  if (request.operation->resultLevels != ResultLevels::kAnew && !request.settings.Has("levels")) {
+    text += " --levels ";
+    for (int p = 0; p < image.GetPlanes(); ++p)
+      text.append(p == 0 ? "" : ",")
+          .append(NumberText(image.GetLevelMin(p)))
+          .append(",")
+          .append(NumberText(image.GetLevelMax(p)));
+  }
+  if (request.bayer) text.append(" --bayer ").append(PrintablePath(*request.bayer));
+  return text;
+}
+
+}  // namespace
+
+OperationReport RunOperation(OperationRequest& request, Steps& steps) {
+  const OperationSpec& operation = *request.operation;
+  CheckLevels(request.settings);
+  CheckOutput(request.output, request.force);
+  steps.Begin("Reading", 1);
+  LightFrame frame = LoadPicture(request.input, request.bayer);
+  steps.End("");
+  CheckInput(operation, frame);
+  CVynImage& source = *frame.image;
+  request.settings.Finish(source.GetPlanes(), operation.ranks);
+  if (operation.check) operation.check(request.settings);
+  const CRect rect =
+      operation.wholeOnly ? CRect(0, 0, source.GetWidth(), source.GetHeight()) : RectangleOf(request.settings, source);
+
+  OperationReport report;
+  const bool mosaic = operation.input == OperationInput::kMosaic;
+  std::optional<BlankPixels> blank;
+  if (frame.blankPixels > 0) blank.emplace(source, mosaic ? 2 : 1);
+  report.blankPixels = blank ? blank->Count() : 0;
+  const bool anew = operation.resultLevels == ResultLevels::kAnew;
+  if (!anew) report.levelsFrom = SetLevels(source, frame.keywords, operation, request.settings);
+  if (operation.find) Find(operation, frame, request.settings);
+  report.command = CommandText(request, source);
+  if (mosaic) report.mosaic = frame.mosaic.text;
+
+  ProgressWindow window(steps, std::string(operation.name));
+  const std::unique_ptr<CVynImage> result =
+      operation.call({source, rect, request.settings, mosaic ? frame.mosaic.number : 0, &window});
+  if (anew) report.levelsFrom = SetLevels(*result, {}, operation, request.settings);
+  if (blank && !operation.moves) blank->Restore(*result);
+  steps.Begin("Writing", 1);
+  WritePicture(request.output, *result, ResultKeywords(request, frame, *result), report.command);
+  steps.End("");
+  return report;
+}
+
+}  // namespace qmr
