@@ -22,6 +22,7 @@ THREADS = int(os.environ["OMP_NUM_THREADS"])
 
 import numpy as np  # noqa: E402  (the thread count must be set before)
 
+import colour_peers as cp  # noqa: E402
 import filter_peers as fp  # noqa: E402
 
 cv2 = fp.cv2
@@ -128,15 +129,24 @@ CV = (lambda name: getattr(cv2, name, 0))
 ROWS = [
     ("image_bench", "Invert", "invert, 3 planes of 6000 x 4000", "numpy copy, 1 thread", numpy_copy),
     ("image_bench", "ToDib/32", "levels to a 32-bit bitmap", "numpy copy, 1 thread", numpy_copy),
-    ("point_bench", "Bright", "brightness and contrast", "numpy copy, 1 thread", numpy_copy),
-    ("point_bench", "Calculation/mode:0/clamp:0", "constant added", "numpy copy, 1 thread", numpy_copy),
-    ("point_bench", "Calculation/mode:1/clamp:1", "constant subtracted, clamped", "numpy copy, 1 thread", numpy_copy),
-    ("point_bench", "Calculation/mode:2/clamp:0", "multiplied by a constant", "numpy copy, 1 thread", numpy_copy),
-    ("point_bench", "Calculation/mode:3/clamp:0", "divided by a constant", "numpy copy, 1 thread", numpy_copy),
-    ("point_bench", "CutOff", "cut-off at the levels", "numpy copy, 1 thread", numpy_copy),
+    ("point_bench", "Bright", "brightness and contrast", fp.OWN, "Copy"),
+    ("point_bench", "Calculation/mode:0/clamp:0", "constant added", fp.OWN, "Copy"),
+    ("point_bench", "Calculation/mode:1/clamp:1", "constant subtracted, clamped", fp.OWN, "Copy"),
+    ("point_bench", "Calculation/mode:2/clamp:0", "multiplied by a constant", fp.OWN, "Copy"),
+    ("point_bench", "Calculation/mode:3/clamp:0", "divided by a constant", fp.OWN, "Copy"),
+    ("point_bench", "CutOff", "cut-off at the levels", fp.OWN, "Copy"),
     ("filter_bench", "Gaussian/2", "Gaussian, sigma 2", "OpenCV GaussianBlur, same taps", lambda: opencv_blur(2)),
     ("filter_bench", "Gaussian/10", "Gaussian, sigma 10", "OpenCV GaussianBlur, same taps", lambda: opencv_blur(10)),
     *fp.ROWS,
+    ("point_bench", "Normalize", "normalisation of mean and deviation", "", lambda: None),
+    ("tone_bench", "ToneCurve", "tone curve", "", lambda: None),
+    ("colour_bench", "CorrectFromSource/1", "colour matrix, 24 Mpx", "OpenCV transform 3 x 3", cp.matrix),
+    ("colour_bench", "MakeLab", "Lab planes of 24 Mpx", "OpenCV cvtColor RGB2Lab", cp.to_lab),
+    ("colour_bench", "LabEnhance", "Lab stronger, back to RGB", "OpenCV cvtColor Lab2RGB", cp.from_lab),
+    ("colour_bench", "FalseColour/0", "palette of 24 Mpx", "", lambda: None),
+    ("composition_bench", "RgbComposition/1", "RGB composition, shifted, bicubic", "", lambda: None),
+    ("composition_bench", "LrgbComposition/1", "LRGB composition, shifted", "", lambda: None),
+    ("composition_bench", "LabComposition/1", "Lab composition, shifted, bicubic", "", lambda: None),
     ("fft_bench", "Transform<CFftd>/1024", "transform of 1024 x 1024", "SciPy fft2", lambda: scipy_fft(1024)),
     ("fft_bench", "Transform<CFftd>/2048", "transform of 2048 x 2048", "SciPy fft2", lambda: scipy_fft(2048)),
     ("fft_bench", "Transform<CFftd>/4096", "transform of 4096 x 4096", "SciPy fft2", lambda: scipy_fft(4096)),
