@@ -13,9 +13,8 @@
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using namespace qmr::test;
 
 constexpr float kUntouched = -7.0f;
 
@@ -99,8 +98,8 @@ TEST(DigitalDevelopment, FollowsItsStepsPixelByPixel) {
                         {1100, 5, {1.0, 2.0, 3.0}, {0, 3, 3}, 1}};
   for (const Case& c : cases) {
     for (const bool gammaFirst : {true, false}) {
-      CVynImage source, expected;
-      Shape(source, c.width, c.height, 3);
+      CVynImage expected;
+      CVynImage source = Shaped(c.width, c.height, 3);
       // Some masks fall below the black level, and some divisors below zero.
       FillNoise(source, 3, 300.0, 2500.0);
       CRect rect(c.width > 3 ? 2 : -4, -3, c.width > 20 ? c.width - 5 : c.width + 9, std::max(c.height - 2, 1));
@@ -147,8 +146,7 @@ TEST(DigitalDevelopment, FollowsItsStepsPixelByPixel) {
 
 TEST(DigitalDevelopment, FirstStepMakesConstantsAndMasks) {
   // Large enough for a median of blocks: those of 2 x 2 pixels are flat, single pixels are not.
-  CVynImage source;
-  Shape(source, 600, 400, 3);
+  CVynImage source = Shaped(600, 400, 3);
   Fill(source, [](int p, int x, int y) { return (x + y) % 2 ? 1000.0f : 1400.0f + 10 * p; });
   for (const int gammaAfter : {0, 1}) {
     for (const int kernelType : {1, 2, -1}) {
@@ -220,11 +218,8 @@ TEST(DigitalDevelopment, RangeFollowsTheModeAndThePlanesAndCarriesLevels) {
 TEST(DigitalDevelopment, MissingMasksPlanesAndPixelsAreLeftOut) {
   for (const int planes : {1, 2, 3, 4}) {
     for (const int mask : {std::numeric_limits<int>::min(), 2, 3}) {
-      CVynImage source, small;
-      Shape(source, 12, 9, planes);
-      Shape(small, 10, 7, 3);
-      FillNoise(source, 7, 1000.0, 2500.0);
-      FillNoise(small, 8, 1000.0, 2500.0);
+      CVynImage source = Noise(12, 9, planes, 7, 1000.0, 2500.0);
+      CVynImage small = Noise(10, 7, 3, 8, 1000.0, 2500.0);
       CImgFilterSpecial image, bare, cut;
       for (CImgFilterSpecial* to : {&image, &bare, &cut}) Prepare(*to, 12, 9, planes);
       Arguments a;
@@ -269,7 +264,7 @@ TEST(DigitalDevelopment, BadInputIsSafe) {
 
 TEST(DigitalDevelopment, ReportsAndTraces) {
   std::wstring trace;
-  qmr::SetDebugOutputHook([](const wchar_t* text, void* to) { *static_cast<std::wstring*>(to) += text; }, &trace);
+  SetDebugOutputHook([](const wchar_t* text, void* to) { *static_cast<std::wstring*>(to) += text; }, &trace);
   CVynImage source;
   CImgFilterSpecial image;
   for (CVynImage* to : {&source, static_cast<CVynImage*>(&image)}) Shape(*to, 6, 20, 3);
@@ -283,14 +278,15 @@ TEST(DigitalDevelopment, ReportsAndTraces) {
   CRect rect(0, 5, 6, 25);
   a.Second(image, source, true, 1, &rect, 1);
   a.Second(image, source, false, 0, &rect, 1);
-  qmr::SetDebugOutputHook(nullptr, nullptr);
+  SetDebugOutputHook(nullptr, nullptr);
   EXPECT_EQ(trace,
             L"CImgFilterSpecial::DigitalDvlp1\nCImgFilterSpecial::DigitalDvlp2\n"
             L"CImgFilterSpecial::DigitalDvlpGmAftrDdp\n");
   // Two reports of 45 units, a row of a plane each.
   EXPECT_EQ(window.Percents().size(), 90u);
   EXPECT_EQ(window.events.front().text, L"デジタル現像処理中...");
-  EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+  EXPECT_EQ(window.events.back().code, kProgressEnd);
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -10,12 +10,9 @@
 
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
 
-using qmr::test::At;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Shape;
 using testing::ElementsAre;
 
 // A pixel is its row, to tell which row a window reads.
@@ -47,8 +44,7 @@ TEST(FilterBlock, RowsMirrorAboutBothEnds) {
 }
 
 TEST(FilterBlock, PixelsOutsideTheWindowAreZero) {
-  CVynImage image;
-  Shape(image, 4, 5, 1);
+  CVynImage image = Shaped(4, 5, 1);
   Fill(image, [](int, int x, int y) { return static_cast<float>(10 * y + x + 1); });
   CFilterBlock block(&image, 1, 0, 2, 0, 2);
   EXPECT_EQ(block.GetPixel(3, 3), 34.0f);
@@ -61,27 +57,6 @@ TEST(FilterBlock, PixelsOutsideTheWindowAreZero) {
   EXPECT_EQ(block.Set(&image, 1, 2, 2, 0, 2), 1);
   EXPECT_EQ(block.GetPixel(1, 2), 0.0f);
   EXPECT_EQ(block.GetPixel(2, 2), 23.0f);
-}
-
-TEST(FilterBlock, OnlyFloatSamplesAreRead) {
-  CVynImage bytes(8, 5, 4, 1, 1.0, 0.0, 1);
-  CFilterBlock block(&bytes, 1, 0, 1, 0, 2);
-  EXPECT_EQ(block.GetPixel(4, 1), 0.0f);
-  CFilterMatrix disc;
-  disc.SetDisc(1, 1.0);
-  EXPECT_EQ(block.Convolve(&disc, 2), 0.0f);
-  CFilterProc engine(&bytes, &disc, 0);
-  EXPECT_EQ(engine.Calc(2, 2), 0.0f);
-}
-
-TEST(FilterBlock, EndsItsPins) {
-  CVynImage image;
-  FillRows(image, 3, 7);
-  {
-    const CFilterBlock block(&image, 2, 0, 3, 0, 2);
-    EXPECT_EQ(image.GetVmImage()->GetPinCount(), 5);
-  }
-  EXPECT_EQ(image.GetVmImage()->GetPinCount(), 0);
 }
 
 // Sums over the common cells, columns clamped; `narrow` rounds to float after each term.
@@ -105,9 +80,7 @@ float PlainConvolution(const CVynImage& image, const CFilterMatrix& matrix, int 
 }
 
 TEST(FilterBlock, ConvolutionMatchesPlainSums) {
-  CVynImage image;
-  Shape(image, 13, 9, 1);
-  FillNoise(image, 5, -50.0, 300.0);
+  CVynImage image = Noise(13, 9, 1, 5, -50.0, 300.0);
   float taps[25];
   for (int i = 0; i < 25; ++i) taps[i] = static_cast<float>(0.1 * i - 0.7);
   CFilterMatrix matrix(2, taps, 25);
@@ -142,8 +115,7 @@ TEST(FilterBlock, RadiusZero) {
 }
 
 TEST(FilterBlock, SortsThePixelsUnderTheOnes) {
-  CVynImage image;
-  Shape(image, 5, 5, 1);
+  CVynImage image = Shaped(5, 5, 1);
   Fill(image, [](int, int x, int y) { return static_cast<float>((7 * x + 3 * y) % 11); });
   *static_cast<float*>(image.GetImageAdr(2, 1, 0, 0, 0, nullptr)) = std::numeric_limits<float>::quiet_NaN();
   CFilterMatrix disc;
@@ -168,3 +140,4 @@ TEST(FilterBlock, SortsThePixelsUnderTheOnes) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -8,16 +8,12 @@
 
 #include "qmrimg/filters/filter_block.h"
 #include "tests/filters/filter_checks.h"
+#include "tests/filters/rank_reference.h"
 
+namespace qmr::test {
 namespace {
 
-using qmr::test::At;
-using qmr::test::Faded;
-using qmr::test::PixelOf;
-using qmr::test::PlaneArguments;
-using qmr::test::Separable;
-using qmr::test::Strength;
-using Case = qmr::test::FilterCase<CImgFilterBlur>;
+using Case = FilterCase<CImgFilterBlur>;
 using Reference = std::function<PixelOf(CVynImage& source, int p, const PlaneArguments& s)>;
 
 Reference Limited(const Reference& simple) {
@@ -59,22 +55,28 @@ PixelOf WithoutEdge(CVynImage& source, int p, const PlaneArguments& s) {
   CFilterMatrix laplacian;
   laplacian.SetLaplacian(std::max(1, static_cast<int>(s.a)), s.a);
   return [=, &source, mean = Separable(source, p, DiscOf(s)), edge = Separable(source, p, laplacian)](int x, int y) {
-    const double e = static_cast<double>(edge(x, y)) / qmr::test::ResultRange(p);
+    const double e = static_cast<double>(edge(x, y)) / ResultRange(p);
     const float w = e < 0.0 ? static_cast<float>(e * e) : 1.0f;
     return (1.0f - w) * mean(x, y) + w * At(source, p, x, y);
+  };
+}
+
+// Cells beyond the image meet nothing.
+PixelOf Median(CVynImage& source, int p, const PlaneArguments& s) {
+  const int reach = static_cast<int>(std::clamp(s.a, 1.0, 100.0));
+  return [=, &source](int x, int y) {
+    const std::vector<float> sorted = SortedDisc(source, p, x, y, reach, s.a * s.a, true);
+    return sorted[sorted.size() / 2];
   };
 }
 
 class BlurFilters : public testing::TestWithParam<Case> {};
 
 TEST_P(BlurFilters, ComputeEachPixel) {
-  qmr::test::ExpectPixels(GetParam());
+  ExpectPixels(GetParam());
 }
-TEST_P(BlurFilters, SameForAllThreadsAndInPlace) {
-  qmr::test::ExpectSameForAllThreads(GetParam());
-}
-TEST_P(BlurFilters, ReportRows) {
-  qmr::test::ExpectReport(GetParam());
+TEST_P(BlurFilters, KeepTheRulesOfOperations) {
+  ExpectRules(GetParam());
 }
 
 // Arguments and limits are those of a plane, or arrays of all planes.
@@ -82,44 +84,49 @@ TEST_P(BlurFilters, ReportRows) {
 #define QMR_LIMITS(s) s.minOn, s.min, s.minBuf, s.maxOn, s.max, s.maxBuf
 
 constexpr const wchar_t* kGaussian = L"ガウスフィルタ処理中...";
+constexpr const wchar_t* kMedian = L"中央値フィルタ処理中";
 constexpr const wchar_t* kMean = L"平均値フィルタ処理中...";
 
 INSTANTIATE_TEST_SUITE_P(
     All, BlurFilters,
-    testing::Values(Case("Gaussian", kGaussian, 3, QMR_CALL(GaussianFilter(s.a, i, r, b)), Gaussian),
-                    Case("GaussianLimited", kGaussian, 3, QMR_CALL(GaussianFilter(s.a, QMR_LIMITS(s), i, r, b)),
-                         Limited(Gaussian)),
-                    Case("MeanBox", kMean, 3, QMR_CALL(MeanFilter(s.a, s.b, i, r, b)), Box),
-                    Case("MeanDisc", kMean, 4, QMR_CALL(MeanFilter(s.a, s.b, QMR_LIMITS(s), i, r, b)), Limited(Disc)),
-                    Case("WithoutEdge", kMean, 3, QMR_CALL(MeanWithoutEdgeFilter(s.a, s.b, i, r, b)), WithoutEdge),
-                    Case("WithoutEdgeLimited", kMean, 3,
-                         QMR_CALL(MeanWithoutEdgeFilter(s.a, s.b, QMR_LIMITS(s), i, r, b)), Limited(WithoutEdge))),
+    testing::Values(
+        Case("Median", kMedian, 4, QMR_CALL(MedianFilter(s.a, i, r, b)), Median),
+        Case("MedianLimited", kMedian, 4, QMR_CALL(MedianFilter(s.a, QMR_LIMITS(s), i, r, b)), Limited(Median)),
+        Case("Gaussian", kGaussian, 3, QMR_CALL(GaussianFilter(s.a, i, r, b)), Gaussian),
+        Case("GaussianLimited", kGaussian, 3, QMR_CALL(GaussianFilter(s.a, QMR_LIMITS(s), i, r, b)), Limited(Gaussian)),
+        Case("MeanBox", kMean, 3, QMR_CALL(MeanFilter(s.a, s.b, i, r, b)), Box),
+        Case("MeanDisc", kMean, 4, QMR_CALL(MeanFilter(s.a, s.b, QMR_LIMITS(s), i, r, b)), Limited(Disc)),
+        Case("WithoutEdge", kMean, 3, QMR_CALL(MeanWithoutEdgeFilter(s.a, s.b, i, r, b)), WithoutEdge),
+        Case("WithoutEdgeLimited", kMean, 3, QMR_CALL(MeanWithoutEdgeFilter(s.a, s.b, QMR_LIMITS(s), i, r, b)),
+             Limited(WithoutEdge))),
     [](const auto& info) { return info.param.name; });
-
-TEST(BlurFilters, SigmaAndWeightOfZeroCopy) {
-  CVynImage source;
-  qmr::test::Shape(source, 33, 17, 3);
-  qmr::test::FillNoise(source, 4, -1000.0, 70000.0);
-  CImgFilterBlur gaussian, box, disc;
-  for (CImgFilterBlur* blur : {&gaussian, &box, &disc}) qmr::test::ShapeResult(*blur, 33, 17, 3);
-  gaussian.GaussianFilter(0.0, &source, nullptr, 0);
-  box.MeanFilter(4.0, 0.0, &source, nullptr, 0);
-  disc.MeanFilter(4.0, 0.0, 0, 0.0, 0.0, 0, 0.0, 0.0, &source, nullptr, 0);
-  for (const CImgFilterBlur* blur : {&gaussian, &box, &disc}) EXPECT_TRUE(qmr::test::SamePixels(source, *blur));
-}
 
 TEST(GaussianFilter, KeepsItsEnginesUntilCleared) {
   CVynImage source;
-  qmr::test::ShapeSource(source, 20, 20, 1);
+  ShapeSource(source, 20, 20, 1);
   CImgFilterBlur kept, fresh;
-  for (CImgFilterBlur* blur : {&kept, &fresh}) qmr::test::ShapeResult(*blur, 20, 20, 1);
+  for (CImgFilterBlur* blur : {&kept, &fresh}) ShapeResult(*blur, 20, 20, 1);
   kept.GaussianFilter(3.0, &source, nullptr, 0);
   fresh.GaussianFilter(1.0, &source, nullptr, 0);
   fresh.GaussianFilter(3.0, &source, nullptr, 0);
-  EXPECT_FALSE(qmr::test::SamePixels(kept, fresh));
+  EXPECT_FALSE(SamePixels(kept, fresh));
   fresh.ClearFilterProc();
   fresh.GaussianFilter(3.0, &source, nullptr, 0);
-  EXPECT_TRUE(qmr::test::SamePixels(kept, fresh));
+  EXPECT_TRUE(SamePixels(kept, fresh));
+}
+
+TEST(MedianFilter, AnyRadiusEnds) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  CVynImage source = Noise(9, 6, 1, 2);
+  std::vector<float> all = Pixels(source, 0);
+  std::sort(all.begin(), all.end());
+  for (const double radius : {100.0, 1e9, 1e300, kInfinity, std::nan("")}) {
+    CImgFilterBlur blur;
+    blur.CopyImage(source);
+    blur.MedianFilter(radius, &source, nullptr, 0);
+    EXPECT_EQ(Pixels(blur, 0), std::vector<float>(54, std::isnan(radius) ? 0.0f : all[27])) << radius;
+  }
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -1,5 +1,5 @@
 // What holds for every filter that takes one value or one a plane, simply or within limits: each pixel is what a plain
-// reference says, whatever the rectangle, the shapes and the number of threads, and rows are reported.
+// reference says, whatever the rectangle and the shapes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,9 +11,9 @@
 #include <ostream>
 #include <vector>
 
+#include "tests/filters/operation_rules.h"
 #include "tests/filters/separable_reference.h"
 #include "tests/support/images.h"
-#include "tests/support/recording_window.h"
 
 namespace qmr::test {
 
@@ -160,47 +160,15 @@ void ExpectPixels(const FilterCase<Filter>& filter) {
   }
 }
 
-// Also in place, which reads the pixels as they were.
 template <class Filter>
-void ExpectSameForAllThreads(const FilterCase<Filter>& filter) {
+void ExpectRules(const FilterCase<Filter>& filter) {
   CVynImage source;
   ShapeSource(source, 70, 37, 3);
-  Filter itself;
-  itself.CopyImage(source);
-  filter.scalar(itself, kArguments[1], &itself, nullptr, 0);
-  EXPECT_TRUE(SameForAllThreads([&] {
-    Filter other;
-    other.CopyImage(source);
-    filter.scalar(other, kArguments[1], &source, nullptr, 0);
-    EXPECT_TRUE(SamePixels(other, itself));
-    return Bytes(other);
-  }));
-}
-
-// One unit a row of a plane, and nothing but the report for samples that are no floats.
-template <class Filter>
-void ExpectReport(const FilterCase<Filter>& filter) {
-  CVynImage source, bytes(8, 8, 20, 3, 1.0, 0.0, 1);
-  ShapeSource(source, 8, 20, 3);
-  const Threads one(1);
-  for (CVynImage* image : {&source, &bytes}) {
-    Filter result;
-    ShapeResult(result, 8, 20, 3);
-    const CVynImage before(result);
-    RecordingWindow window;
-    result.SetProgressHandle(&window);
-    filter.scalar(result, kArguments[1], nullptr, nullptr, 1);
-    filter.scalar(result, kArguments[1], image, nullptr, 0);
-    EXPECT_TRUE(window.events.empty());
-    filter.scalar(result, kArguments[1], image, nullptr, 1);
-    ASSERT_GE(window.events.size(), 2u);
-    EXPECT_EQ(window.events.front().text, filter.message);
-    EXPECT_EQ(window.events.back().code, kProgressEnd);
-    EXPECT_EQ(window.Percents().size(), 60u);
-    if (image == &bytes) {
-      EXPECT_TRUE(SamePixels(before, result));
-    }
-  }
+  ExpectOperationRules<Filter>(source, filter.message, 32 * 3,
+                               [&](Filter& result, CVynImage* from, CRect* rect, int b) {
+                                 filter.scalar(result, kArguments[1], from, rect, b);
+                                 result.ClearFilterProc();
+                               });
 }
 
 }  // namespace qmr::test

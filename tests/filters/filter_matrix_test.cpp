@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+namespace qmr::test {
 namespace {
 
 using testing::ElementsAre;
@@ -159,3 +160,4 @@ TEST(FilterMatrix, ValuesAndBounds) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -15,19 +15,17 @@
 #include <vector>
 
 #include "qmrimg/filters/filter_block.h"
+#include "tests/filters/operation_rules.h"
 #include "tests/filters/separable_reference.h"
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
 
-using qmr::test::At;
-using qmr::test::Bytes;
-using qmr::test::Fill;
-using qmr::test::Shape;
 using Filter = CImgFilterMisc;
 // An operation with fixed parameters, and what it must make of a pixel; nothing for pixels that it leaves.
-using Call = std::function<void(Filter&, CVynImage*, CRect*, int progress)>;
+using Call = Operation<Filter>;
 using Pixel = std::function<std::optional<float>(CVynImage&, int p, int x, int y)>;
 
 // A call with these arguments before source, rectangle and progress.
@@ -37,8 +35,6 @@ Call With(Member operation, Arguments... arguments) {
 }
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
-constexpr float kUntouched = -7.0f;
-
 // Levels 5 + 3p and 210 + 11p.
 void ShapeResult(Filter& result, int width, int height, int planes) {
   Shape(result, width, height, planes);
@@ -49,7 +45,7 @@ void ShapeResult(Filter& result, int width, int height, int planes) {
 // Around 100, half of it in steps of 10, with spikes both ways and, if wanted, special values. Levels 20 + 3p and
 // 180 + 11p.
 void ShapeSky(CVynImage& image, int width, int height, int planes, bool special = true) {
-  qmr::test::Random random(static_cast<std::uint64_t>(width * 100 + height));
+  Random random(static_cast<std::uint64_t>(width * 100 + height));
   Shape(image, width, height, planes);
   Fill(image, [&](int, int, int) {
     const int kind = random.Integer(0, 59);
@@ -81,7 +77,7 @@ void ExpectAs(const Call& call, const Pixel& reference, int planes, int extra = 
         return both && inside ? reference(source, p, x, y).value_or(kUntouched) : kUntouched;
       });
       call(result, &source, &area, 0);
-      ASSERT_TRUE(qmr::test::SamePixels(expected, result)) << width << " x " << height << ", from " << area.left;
+      ASSERT_TRUE(SamePixels(expected, result)) << width << " x " << height << ", from " << area.left;
     }
   }
 }
@@ -143,7 +139,7 @@ TEST(CfaNoiseCut, ComparesPixelsOfOneColour) {
     Filter result;
     ShapeResult(result, 9, 9, planes);
     result.CFANoiseCut(pattern, 1, 0.0, 1, 0.0, &source, nullptr, 0);
-    EXPECT_EQ(qmr::test::Pixels(result, 0), std::vector<float>(81, kUntouched)) << pattern;
+    EXPECT_EQ(Pixels(result, 0), std::vector<float>(81, kUntouched)) << pattern;
   }
 }
 
@@ -175,7 +171,7 @@ TEST(BkgSmooth, SmoothsWhatIsNotAboveTheLevel) {
     if (std::exchange(smoothOf, wanted) != wanted) {
       CFilterMatrix gaussian;
       gaussian.SetGaussianSigma(sigma[p]);
-      smooth = qmr::test::SeparableReference(source, p, qmr::test::CentreRow(gaussian, true));
+      smooth = SeparableReference(source, p, CentreRow(gaussian, true));
     }
     const float c = At(source, p, x, y), high = static_cast<float>(level[p]);
     if (c > high) return c;
@@ -329,50 +325,22 @@ TEST(CorrectiveFilters, KeepTheRulesOfAllOperations) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << &c - cases);
-    CVynImage source, empty, bytes(8, 45, 40, c.planes, 1.0, 0.0, 1);
+    CVynImage source;
     ShapeSky(source, 45, 40, c.planes);
-    // The same for all threads, and in place.
-    std::string apart;
-    for (const bool inPlace : {false, true}) {
-      EXPECT_TRUE(qmr::test::SameForAllThreads([&] {
-        Filter result;
-        result.CopyImage(source);
-        c.call(result, inPlace ? &result : &source, nullptr, 0);
-        if (!inPlace) apart = Bytes(result);
-        EXPECT_EQ(Bytes(result), apart);
-        return Bytes(result);
-      }));
-    }
-    EXPECT_NE(apart, Bytes(source));
-    // No floats, no pixels, no source: nothing is written.
-    Filter result;
-    ShapeResult(result, 45, 40, c.planes);
-    const std::string before = Bytes(result);
-    for (CVynImage* none : {&bytes, &empty, static_cast<CVynImage*>(nullptr)}) {
-      c.call(result, none, nullptr, 0);
+    ExpectOperationRules<Filter>(source, c.title, c.units, [&](Filter& result, CVynImage* from, CRect* rect, int b) {
+      c.call(result, from, rect, b);
       result.ClearFilterProc();
-    }
-    EXPECT_EQ(Bytes(result), before);
-    // The report of one thread goes through all units, in steps of a fiftieth.
-    const qmr::test::Threads one(1);
-    qmr::test::RecordingWindow window;
-    result.SetProgressHandle(&window);
-    CRect lower(0, 5, 45, 40);
-    c.call(result, &source, &lower, 1);
-    const int step = std::max(c.units / 50, 1), posts = (c.units + step - 1) / step;
-    ASSERT_EQ(window.Percents().size(), static_cast<std::size_t>(posts));
-    EXPECT_EQ(window.Percents().back(), ((posts - 1) * step + 1) * 100 / c.units);
-    EXPECT_EQ(window.events.front().text, c.title);
-    EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+    });
   }
   // A background kernel that there is not leaves its report open.
   Filter result;
   ShapeResult(result, 8, 8, 1);
-  qmr::test::RecordingWindow window;
+  RecordingWindow window;
   result.SetProgressHandle(&window);
   result.BkgSmooth(level, width, 2, sigma, 1.0, &result, nullptr, 1);
   EXPECT_EQ(window.events.size(), 1u);
-  EXPECT_EQ(qmr::test::Pixels(result, 0), std::vector<float>(64, kUntouched));
+  EXPECT_EQ(Pixels(result, 0), std::vector<float>(64, kUntouched));
 }
 
 }  // namespace
+}  // namespace qmr::test

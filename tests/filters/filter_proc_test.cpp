@@ -12,13 +12,8 @@
 #include "tests/filters/separable_reference.h"
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::CentreRow;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::SeparableReference;
-using qmr::test::Shape;
 
 struct Case {
   int width, height;
@@ -29,16 +24,14 @@ class SeparableSizes : public testing::TestWithParam<Case> {};
 
 TEST_P(SeparableSizes, PixelsAndRowsMatchPlainSums) {
   const auto [width, height, sigma] = GetParam();
-  CVynImage image;
-  Shape(image, width, height, 2);
-  FillNoise(image, 3, -100.0, 60000.0);
+  CVynImage image = Noise(width, height, 2, 3, -100.0, 60000.0);
   CFilterMatrix matrix;
   matrix.SetGaussianSigma(sigma);
   CFilterProc engine(&image, &matrix, 1);
   const std::vector<float> expected = SeparableReference(image, 1, CentreRow(matrix, true));
   const int left = width / 3, end = width - width / 5;
-  qmr::SeparableScan whole(image, 1, engine.GetKernel(), 0, width, height);
-  qmr::SeparableScan part(image, 1, engine.GetKernel(), left, end, height);
+  SeparableScan whole(image, 1, engine.GetKernel(), 0, width, height);
+  SeparableScan part(image, 1, engine.GetKernel(), left, end, height);
   for (int y = 0; y < height; ++y) {
     const std::span<const float> row = whole.Row(y);
     ASSERT_EQ(row.size(), static_cast<std::size_t>(width));
@@ -62,26 +55,6 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{130, 11, 30.0},
                     // Radius 589: the first row's window is further from the start value than the ring is long.
                     Case{3, 40, 210.0}));
-
-TEST(SeparableScan, RowsInAnyOrder) {
-  CVynImage image;
-  Shape(image, 20, 40, 1);
-  FillNoise(image, 8);
-  CFilterMatrix matrix;
-  matrix.SetGaussianSigma(1.5);
-  const CFilterProc engine(&image, &matrix, 0);
-  const std::vector<float> expected = SeparableReference(image, 0, CentreRow(matrix, true));
-  qmr::SeparableScan scan(image, 0, engine.GetKernel(), 0, 20, 30);
-  for (const int y : {7, 8, 3, 2, 1, 25, 29, 30, 39, 38, 0, 4, 6, 5, 12, 11}) {
-    const std::span<const float> row = scan.Row(y);
-    for (int x = 0; x < 20; ++x)
-      ASSERT_EQ(row[static_cast<std::size_t>(x)], expected[static_cast<std::size_t>(y * 20 + x)]) << y;
-  }
-  EXPECT_TRUE(scan.Row(-1).empty());
-  EXPECT_TRUE(scan.Row(40).empty());
-  EXPECT_TRUE(qmr::SeparableScan(image, 1, engine.GetKernel(), 0, 20, 40).Row(0).empty());
-  EXPECT_TRUE(qmr::SeparableScan(image, 0, engine.GetKernel(), 20, 25, 40).Row(0).empty());
-}
 
 // Rows of constant value y + 1, and the taps 1, 10, 100: the result tells which rows the window held. The
 // horizontal pass multiplies by 111.
@@ -137,9 +110,7 @@ TEST_F(RingOfThree, OutsideAnswersZero) {
 }
 
 TEST(FilterProc, FloatTwinsSumInFloat) {
-  CVynImage image;
-  Shape(image, 31, 12, 1);
-  FillNoise(image, 21, 0.0, 60000.0);
+  CVynImage image = Noise(31, 12, 1, 21, 0.0, 60000.0);
   CFilterMatrix matrix;
   matrix.SetGaussianSigma(2.0);
   CFilterProc engine(&image, &matrix, 0);
@@ -155,8 +126,7 @@ TEST(FilterProc, FloatTwinsSumInFloat) {
 }
 
 TEST(FilterProc, UnnormalisedKernelsStayAsTheyAre) {
-  CVynImage image;
-  Shape(image, 6, 6, 1);
+  CVynImage image = Shaped(6, 6, 1);
   Fill(image, [](int, int, int) { return 2.0f; });
   CFilterMatrix disc;
   disc.SetDisc(1, 1.0);
@@ -168,8 +138,7 @@ TEST(FilterProc, UnnormalisedKernelsStayAsTheyAre) {
 }
 
 TEST(Engines, CopiedGroupsOutliveTheirOriginal) {
-  CVynImage image;
-  Shape(image, 4, 4, 2);
+  CVynImage image = Shaped(4, 4, 2);
   Fill(image, [](int plane, int, int) { return plane ? 9.0f : 5.0f; });
   CFilterMatrix identity;
   identity.SetGaussianSigma(0.0);
@@ -188,8 +157,8 @@ TEST(Engines, CopiedGroupsOutliveTheirOriginal) {
 }
 
 TEST(Engines, StayInUseUntilCleared) {
-  CVynImage image, owner;
-  Shape(image, 8, 8, 3);
+  CVynImage owner;
+  CVynImage image = Shaped(8, 8, 3);
   Fill(image, [](int plane, int x, int y) { return x == 4 && y == 4 ? 100.0f : static_cast<float>(plane); });
   CFilterMatrix identity, wide;
   identity.SetGaussianSigma(0.0);
@@ -225,3 +194,4 @@ TEST(Engines, StayInUseUntilCleared) {
 }
 
 }  // namespace
+}  // namespace qmr::test

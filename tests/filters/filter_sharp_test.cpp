@@ -10,15 +10,10 @@
 #include "qmrimg/filters/filter_block.h"
 #include "tests/filters/filter_checks.h"
 
+namespace qmr::test {
 namespace {
 
-using qmr::test::At;
-using qmr::test::Faded;
-using qmr::test::PixelOf;
-using qmr::test::PlaneArguments;
-using qmr::test::Separable;
-using qmr::test::Strength;
-using Case = qmr::test::FilterCase<CImgFilterSharp>;
+using Case = FilterCase<CImgFilterSharp>;
 
 // Every tap of the window, also those of weight 0.
 PixelOf Window(CVynImage& source, int p, CFilterMatrix matrix) {
@@ -51,7 +46,7 @@ PixelOf Edge(CVynImage& source, int p, const PlaneArguments& s) {
   laplacian.SetLaplacian(matrix.GetRadius(), s.a);
   const PixelOf strong = Window(source, p, matrix), response = Window(source, p, laplacian);
   return [=, &source](int x, int y) {
-    const double e = static_cast<double>(response(x, y)) / qmr::test::ResultRange(p);
+    const double e = static_cast<double>(response(x, y)) / ResultRange(p);
     const float w = e < 0.0 ? static_cast<float>(e * e) : 1.0f;
     return (1.0f - w) * At(source, p, x, y) + w * strong(x, y);
   };
@@ -102,13 +97,10 @@ PixelOf Bands(CVynImage& source, int p, const PlaneArguments& s) {
 class SharpFilters : public testing::TestWithParam<Case> {};
 
 TEST_P(SharpFilters, ComputeEachPixel) {
-  qmr::test::ExpectPixels(GetParam());
+  ExpectPixels(GetParam());
 }
-TEST_P(SharpFilters, SameForAllThreadsAndInPlace) {
-  qmr::test::ExpectSameForAllThreads(GetParam());
-}
-TEST_P(SharpFilters, ReportRows) {
-  qmr::test::ExpectReport(GetParam());
+TEST_P(SharpFilters, KeepTheRulesOfOperations) {
+  ExpectRules(GetParam());
 }
 
 // Arguments and limits are those of a plane, or arrays of all planes.
@@ -133,15 +125,15 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(UnSharpMask, KeepsItsEnginesUntilCleared) {
   CVynImage source;
-  qmr::test::ShapeSource(source, 20, 20, 1);
+  ShapeSource(source, 20, 20, 1);
   const auto masks = [&](CImgFilterSharp& f, double sigma) {
     f.UnSharpMask(sigma, 1.0, 0.0, &source, nullptr, 0);
-    const std::vector<float> mask = qmr::test::Pixels(f, 0);
+    const std::vector<float> mask = Pixels(f, 0);
     f.SubBandUnSharpMask(sigma, 1, 2, 0, 3, 0, 4, 0, 5, 0, 6, 0, 0, 0, 0, 0, 0, 0, 0, 0, &source, nullptr, 0);
-    return std::vector{mask, qmr::test::Pixels(f, 0)};
+    return std::vector{mask, Pixels(f, 0)};
   };
   CImgFilterSharp kept, fresh;
-  for (CImgFilterSharp* f : {&kept, &fresh}) qmr::test::ShapeResult(*f, 20, 20, 1);
+  for (CImgFilterSharp* f : {&kept, &fresh}) ShapeResult(*f, 20, 20, 1);
   const auto first = masks(kept, 1.0);
   EXPECT_EQ(masks(kept, 3.0), first);
   kept.ClearFilterProc();
@@ -149,3 +141,4 @@ TEST(UnSharpMask, KeepsItsEnginesUntilCleared) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -12,19 +12,12 @@
 #include <vector>
 
 #include "qmrimg/filters/kernels/pattern_rows.h"
+#include "tests/filters/operation_rules.h"
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Bytes;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Pixels;
-using qmr::test::RecordingWindow;
-using qmr::test::SamePixels;
-using qmr::test::Shape;
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
@@ -155,10 +148,9 @@ std::string Bits(CImgFilter& image) {
 
 TEST(PatternFilters, AreTheirPixelFunctionsOnAllSizes) {
   for (const auto& [width, height] : kSizes) {
-    CImgFilter source;
-    Shape(source, width, height, 2);
+    CImgFilter source = Shaped<CImgFilter>(width, height, 2);
     // Zeros of both signs, ties, and on the long rows what is no finite number in some of the stretches.
-    qmr::test::Random random(static_cast<std::uint64_t>(width));
+    Random random(static_cast<std::uint64_t>(width));
     Fill(source, [&, long_ = width > 1000](int, int x, int) {
       const float values[] = {0.0f, -0.0f, 3.0f, 3.0f, kNan, -kNan, kInfinity, -kInfinity};
       const int kind = random.Integer(0, 19);
@@ -192,53 +184,13 @@ TEST(PatternFilters, AreTheirPixelFunctionsOnAllSizes) {
   }
 }
 
-TEST(PatternFilters, DoNotDependOnThreadsAndWorkInPlace) {
-  CImgFilter source;
-  Shape(source, 70, 50, 3);
-  FillNoise(source, 3);
+TEST(PatternFilters, KeepTheRulesOfOperations) {
+  CVynImage source = Noise(70, 50, 3, 3);
   for (const Filter& filter : kFilters) {
-    CImgFilter own;
-    own.CopyImage(source);
-    filter.Whole(own, 2, &own);
-    EXPECT_TRUE(qmr::test::SameForAllThreads([&] {
-      CImgFilter to;
-      Shape(to, 70, 50, 3);
-      filter.Whole(to, 2, &source);
-      EXPECT_EQ(Bytes(to), Bytes(own)) << filter.kind;
-      return Bytes(to);
-    }));
-  }
-}
-
-TEST(PatternFilters, LeaveAloneWhatTheSourceLacksAndReportTheirRows) {
-  CImgFilter narrow, bytes;
-  Shape(narrow, 20, 9, 1);
-  FillNoise(narrow, 4);
-  bytes.CopyImage(narrow);
-  bytes.ChangeBits(8, 0, 0);
-  const qmr::test::Threads one(1);
-  for (const Filter& filter : kFilters) {
-    SCOPED_TRACE(filter.kind);
-    CImgFilter to;
-    Shape(to, 33, 17, 2);
-    Fill(to, [](int, int, int) { return -7.0f; });
-    RecordingWindow window;
-    to.SetProgressHandle(&window);
-    filter.Whole(to, 2, nullptr, nullptr, 1);
-    EXPECT_TRUE(window.events.empty());
-    filter.Whole(to, 2, &bytes);
-    EXPECT_EQ(Pixels(to, 0), std::vector<float>(33 * 17, -7.0f));
-    CRect rect(1, 2, 33, 17);
-    filter.Whole(to, 2, &narrow, &rect, 1);
-    EXPECT_EQ(Pixels(to, 1), std::vector<float>(33 * 17, -7.0f));
-    EXPECT_EQ(At(to, 0, 20, 8), -7.0f);
-    EXPECT_EQ(At(to, 0, 19, 9), -7.0f);
-    // The edge that counts is the source's.
-    EXPECT_EQ(At(to, 0, 19, 8), filter.Reference(Pixel{narrow, 0, 19, 8}, 2));
-    EXPECT_EQ(window.events.front().text, filter.Message());
-    EXPECT_EQ(window.Percents().size(), 2u * 15);
-    EXPECT_EQ(window.Percents().back(), 100);
-    EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+    SCOPED_TRACE(testing::Message() << filter.kind << ", " << filter.rank);
+    ExpectOperationRules<CImgFilter>(
+        source, filter.Message(), 45 * 3,
+        [&](CImgFilter& to, CVynImage* from, CRect* rect, int b) { filter.Whole(to, 2, from, rect, b); });
   }
 }
 
@@ -262,18 +214,16 @@ TEST(PatternMedian, IsRightForEveryChoiceOfZerosAndOnes) {
   const int width = static_cast<int>(rows[0].size());
   const float* const table[5] = {rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), rows[4].data()};
   std::vector<float> medians(rows[0].size());
-  qmr::MedianRow({table, width, 0, width, medians.data()}, qmr::Pattern::kDisc);
+  MedianRow({table, width, 0, width, medians.data()}, Pattern::kDisc);
   for (std::size_t k = 0; k < ones.size(); ++k) ASSERT_EQ(medians[5 * k + 2], ones[k] >= 11 ? 1.0f : 0.0f) << k;
 }
 
 TEST(PatternUnsharp, ThresholdIsContrastAgainstThePlainMean) {
-  CImgFilter source;
-  Shape(source, 5, 5, 3);
+  CImgFilter source = Shaped<CImgFilter>(5, 5, 3);
   Fill(source, [](int, int x, int y) { return x == 2 && y == 2 ? 16.0f : 6.0f; });
   // Of planes one at a time, those that there are.
   const auto centre = [&](double weight, double threshold) {
-    CImgFilter to;
-    Shape(to, 5, 5, 3);
+    CImgFilter to = Shaped<CImgFilter>(5, 5, 3);
     for (const int plane : {-1, 1, 3}) to.UnSharpMask(2.0, 0, weight, threshold, &source, plane, nullptr, 0);
     EXPECT_EQ(At(to, 0, 2, 2) + At(to, 2, 2, 2), 0.0f);
     return At(to, 1, 2, 2);
@@ -290,9 +240,7 @@ TEST(PatternUnsharp, ThresholdIsContrastAgainstThePlainMean) {
 }
 
 TEST(PatternPixel, ScalesFollowThePlaneAndOutsideIsZero) {
-  CImgFilter image;
-  Shape(image, 8, 8, 2);
-  FillNoise(image, 7, 100.0, 200.0);
+  CImgFilter image = Noise<CImgFilter>(8, 8, 2, 7, 100.0, 200.0);
   image.SetLevel(1, 50.0, 560.0);
   float* rows[5];
   image.SetFilterAdr(7, 0, 1, 2, rows, 2);
@@ -323,8 +271,7 @@ TEST(PatternPixel, ScalesFollowThePlaneAndOutsideIsZero) {
 }
 
 TEST(PatternPixel, HighPassClampsInsteadOfReflecting) {
-  CImgFilter image;
-  Shape(image, 3, 3, 1);
+  CImgFilter image = Shaped<CImgFilter>(3, 3, 1);
   Fill(image, [](int, int x, int y) { return static_cast<float>(1 << (3 * y + x)); });
   // Around (0, 0): itself three times, 2 and 8 twice, 16.
   EXPECT_EQ(image.HighPassRaw(0, 0, 0), std::fabs(8.0f - (3.0f + 4.0f + 16.0f + 16.0f)));
@@ -334,15 +281,12 @@ TEST(PatternPixel, HighPassClampsInsteadOfReflecting) {
 TEST(WorkImage, MirrorsWithTheEdgeOnlyBehind) {
   for (const auto& [width, height] : kSizes) {
     for (const int margin : {0, 1, 5}) {
-      CImgFilter image;
-      Shape(image, width, height, 2);
-      FillNoise(image, 11);
+      CImgFilter image = Noise<CImgFilter>(width, height, 2, 11);
       image.SetLevel(1, 3.0, 44.0);
       const std::unique_ptr<CVynImage> work(image.MakeFilterWork(margin, 0));
       const int band = margin ? margin : 2;
       EXPECT_EQ(work->GetLevelMax(1), 44.0);
-      CVynImage expected;
-      Shape(expected, width + 2 * band, height + 2 * band, 2);
+      CVynImage expected = Shaped(width + 2 * band, height + 2 * band, 2);
       // Both directions follow the rule of the patterns' rows.
       Fill(expected, [&, w = width, h = height](int p, int x, int y) {
         return At(image, p, MirroredRow(x - band, w), MirroredRow(y - band, h));
@@ -357,9 +301,7 @@ TEST(WorkImage, MirrorsWithTheEdgeOnlyBehind) {
 }
 
 TEST(WorkImage, CannotAlwaysBeMade) {
-  CImgFilter image;
-  Shape(image, 4, 6, 1);
-  FillNoise(image, 12);
+  CImgFilter image = Noise<CImgFilter>(4, 6, 1, 12);
   for (const int margin : {-2, -3, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
     EXPECT_EQ(image.MakeFilterWork(margin, 0), nullptr) << margin;
     EXPECT_EQ(image.MakeDDWork(margin, 0), nullptr) << margin;
@@ -375,11 +317,9 @@ TEST(WorkImage, CannotAlwaysBeMade) {
 }
 
 TEST(WorkImage, OfDevelopmentHasABrightnessPlane) {
-  const qmr::test::Threads one(1);
+  const Threads one(1);
   for (const int planes : {1, 2, 3}) {
-    CImgFilter image;
-    Shape(image, 9, 5, planes);
-    FillNoise(image, 13, 0.0, 1000.0);
+    CImgFilter image = Noise<CImgFilter>(9, 5, planes, 13, 0.0, 1000.0);
     for (int p = 0; p < planes; ++p) image.SetLevel(p, 10.0 * p, 900.0 + p);
     RecordingWindow window;
     image.SetProgressHandle(&window);
@@ -390,7 +330,7 @@ TEST(WorkImage, OfDevelopmentHasABrightnessPlane) {
     window.events.clear();
     const std::unique_ptr<CVynImage> work(image.MakeDDWork(3, 1));
     EXPECT_EQ(window.events.front().text, L"デジタル現像処理準備中...");
-    EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+    EXPECT_EQ(window.events.back().code, kProgressEnd);
     // Two planes have no blue.
     ASSERT_EQ(work->GetPlanes(), planes == 3 ? 4 : 1);
     for (int p = 0; p < std::min(work->GetPlanes(), 3); ++p) {
@@ -409,3 +349,4 @@ TEST(WorkImage, OfDevelopmentHasABrightnessPlane) {
 }
 
 }  // namespace
+}  // namespace qmr::test

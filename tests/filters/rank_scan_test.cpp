@@ -4,31 +4,18 @@
 
 #include <cfloat>
 #include <cmath>
-#include <cstring>
-#include <functional>
 #include <limits>
-#include <string>
 #include <vector>
 
-#include "qmrimg/filters/filter_blur.h"
 #include "qmrimg/filters/filter_misc.h"
 #include "qmrimg/filters/filter_special.h"
 #include "qmrimg/platform/exception.h"
+#include "tests/filters/operation_rules.h"
 #include "tests/filters/rank_reference.h"
 #include "tests/support/images.h"
-#include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::RankEdge;
-using qmr::test::At;
-using qmr::test::Bytes;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Pixels;
-using qmr::test::Random;
-using qmr::test::Shape;
-using qmr::test::SortedDisc;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
@@ -53,9 +40,9 @@ void FillAwkward(CVynImage& image, std::uint64_t seed, bool withNan) {
 // 0, by a scan that was told to end early.
 void CheckDisc(const CVynImage& image, double radius, RankEdge edge, const std::vector<int>& ranks, int left, int right,
                int step = 1) {
-  const qmr::RankDisc disc = qmr::MakeRankDisc(radius);
+  const RankDisc disc = MakeRankDisc(radius);
   const int height = image.GetHeight();
-  qmr::RankScan scan(image, 0, disc, edge, ranks, left, right, step > 0 ? height : height / 4);
+  RankScan scan(image, 0, disc, edge, ranks, left, right, step > 0 ? height : height / 4);
   const int first = std::max(left, 0), last = std::min(right, image.GetWidth());
   for (int y = step > 0 ? 0 : height - 1; y >= 0 && y < height; y += step) {
     ASSERT_EQ(scan.Row(y).size(), static_cast<std::size_t>(std::max(last - first, 0)));
@@ -65,8 +52,8 @@ void CheckDisc(const CVynImage& image, double radius, RankEdge edge, const std::
       const int count = static_cast<int>(sorted.size());
       for (std::size_t k = 0; k < ranks.size(); ++k) {
         int rank = ranks[k];
-        if (rank == qmr::kUpperMedian) rank = count / 2;
-        if (rank == qmr::kGreatest) rank = count - 1;
+        if (rank == kUpperMedian) rank = count / 2;
+        if (rank == kGreatest) rank = count - 1;
         const float expected = rank < count ? sorted[static_cast<std::size_t>(rank)] : 0.0f;
         const float actual = scan.Row(y, static_cast<int>(k))[static_cast<std::size_t>(x - first)];
         ASSERT_TRUE(Same(expected, actual)) << "radius " << radius << " rank " << ranks[k] << " at " << x << ", " << y
@@ -87,74 +74,48 @@ TEST(RankScan, GivesTheElementsOfTheSortedDisc) {
       FillAwkward(image, 1, withNan);
       for (const RankEdge edge : {RankEdge::kMirror, RankEdge::kDrop}) {
         for (const double radius : {0.5, 1.0, 1.5, 2.0, 3.0, 5.0, 12.0, -2.0}) {
-          CheckDisc(image, radius, edge, {qmr::kUpperMedian}, 0, width);
-          CheckDisc(image, radius, edge, {0, 2, 3, qmr::kGreatest, qmr::kUpperMedian, 12, 5000}, -3, 200);
+          CheckDisc(image, radius, edge, {kUpperMedian}, 0, width);
+          CheckDisc(image, radius, edge, {0, 2, 3, kGreatest, kUpperMedian, 12, 5000}, -3, 200);
         }
       }
     }
   }
 }
 
-TEST(RankScan, TakesAnyColumnsAndRows) {
-  CVynImage image;
-  Shape(image, 30, 40, 1);
-  FillNoise(image, 3);
-  for (const double radius : {2.0, 13.0, 61.5})
-    for (const auto& [left, right] : {std::pair(7, 19), {29, 40}, {-5, 3}, {30, 40}})
-      for (const int step : {1, -3}) CheckDisc(image, radius, RankEdge::kDrop, {qmr::kUpperMedian}, left, right, step);
-}
-
 // More than one tile in each direction, and long moves of the pivot.
 TEST(RankScan, TilesMeetWithoutSeams) {
-  CVynImage image;
-  Shape(image, 150, 140, 1);
+  CVynImage image = Shaped(150, 140, 1);
   Random random(5);
   Fill(image, [&](int, int x, int y) { return static_cast<float>((x / 30 + y / 25) % 2 ? 1e6 + x : random.Normal()); });
-  CheckDisc(image, 11.0, RankEdge::kMirror, {qmr::kUpperMedian}, 0, 150);
+  CheckDisc(image, 11.0, RankEdge::kMirror, {kUpperMedian}, 0, 150);
 }
 
 TEST(RankScan, HugeDiscsFindNoMemory) {
-  CVynImage source;
-  Shape(source, 2, 2, 1);
-  CImgFilterMisc filter;
-  Shape(filter, 2, 2, 1);
+  CVynImage source = Shaped(2, 2, 1);
+  CImgFilterMisc filter = Shaped<CImgFilterMisc>(2, 2, 1);
   EXPECT_EQ(filter.GetMinMaxFilterNmax(5000.0), 78539677);
   int rank[] = {0};
-  for (double radius : {5000.0, 1e9}) {
-    try {
-      filter.MinMaxFilter(&radius, rank, &source, nullptr, 0);
-      ADD_FAILURE() << radius;
-    } catch (CMemoryException* e) {
-      e->Delete();
-    }
-  }
+  for (double radius : {5000.0, 1e9})
+    EXPECT_TRUE(Raises<CMemoryException>([&] { filter.MinMaxFilter(&radius, rank, &source, nullptr, 0); })) << radius;
 }
 
 // ---- The filters that select ---------------------------------------------------------------------------------------
 
 TEST(MinMaxFilter, SelectsInEachPlanesDisc) {
-  CVynImage source;
-  Shape(source, 40, 31, 4);
-  FillNoise(source, 10, 1.0, 2.0);
+  CVynImage source = Noise(40, 31, 4, 10, 1.0, 2.0);
   double radius[] = {1.0, 1.5, 2.5, 3.0};
   // The last plane's disc has 29 pixels; ranks outside 0..28 are none of them.
   for (int outside : {29, -1, -2}) {
-    CImgFilterMisc filter;
-    Shape(filter, 40, 31, 4);
+    CImgFilterMisc filter = Shaped<CImgFilterMisc>(40, 31, 4);
     int rank[] = {0, 8, 4, outside};
     CRect area(3, -2, 35, 29);
     filter.MinMaxFilter(radius, rank, &source, &area, 0);
-    for (int p = 0; p < 4; ++p) {
-      for (int y = 0; y < 31; ++y) {
-        for (int x = 0; x < 40; ++x) {
-          const std::vector<float> sorted =
-              SortedDisc(source, p, x, y, static_cast<int>(std::ceil(radius[p])), radius[p] * radius[p], false);
-          const bool inside = x >= 3 && x < 35 && y < 29;
-          const float expected = inside && p < 3 ? sorted[static_cast<std::size_t>(rank[p])] : 0.0f;
-          ASSERT_EQ(At(filter, p, x, y), expected) << p << ": " << x << ", " << y;
-        }
-      }
-    }
+    const auto selected = [&](int p, int x, int y) {
+      if (p == 3 || x < 3 || x >= 35 || y >= 29) return 0.0f;
+      const int reach = static_cast<int>(std::ceil(radius[p]));
+      return SortedDisc(source, p, x, y, reach, radius[p] * radius[p], false)[static_cast<std::size_t>(rank[p])];
+    };
+    EXPECT_TRUE(PixelsAre(selected, filter)) << outside;
   }
   for (const auto& [r, count] : {std::pair(0.3, 1), {1.0, 5}, {1.5, 9}, {2.0, 13}, {3.0, 29}, {5.0, 81}, {-1.0, 5}}) {
     EXPECT_EQ(CImgFilterMisc().GetMinMaxFilterNmax(r), count) << r;
@@ -179,13 +140,11 @@ TEST(NoiseCut, ThresholdsAreFractionsOfThePixel) {
       {0.0f, 1, 1e300, 0, 0.0, true},  {0.0f, 0, 0.0, 1, 0.0, false},   {-50.0f, 1, 2.9, 0, 0.0, true},
       {-50.0f, 1, 3.0, 0, 0.0, false}, {kNan, 1, 0.0, 1, 0.0, false},
   };
-  CVynImage source;
-  Shape(source, 11, 9, 2);
+  CVynImage source = Shaped(11, 9, 2);
   for (const Case& c : cases) {
     // A frame of 100 with a single pixel away from it.
     Fill(source, [&](int, int x, int y) { return x == 5 && y == 4 ? c.pixel : 100.0f; });
-    CImgFilterMisc filter;
-    Shape(filter, 11, 9, 2);
+    CImgFilterMisc filter = Shaped<CImgFilterMisc>(11, 9, 2);
     filter.NoiseCut(1.5, c.coolOn, c.cool, c.hotOn, c.hot, &source, nullptr, 0);
     for (int p = 0; p < 2; ++p) {
       EXPECT_TRUE(Same(At(filter, p, 5, 4), c.cut ? 100.0f : c.pixel)) << c.pixel << ", cool " << c.cool;
@@ -213,8 +172,7 @@ float StarSharpReference(const std::vector<float>& s, float c, double rank, doub
 
 TEST(StarSharpFilter, InterpolatesBetweenRanks) {
   constexpr int kWidth = 29, kHeight = 17;
-  CVynImage source;
-  Shape(source, kWidth, kHeight, 1);
+  CVynImage source = Shaped(kWidth, kHeight, 1);
   // With ties, at the peaks, too.
   Random random(13);
   Fill(source, [&](int, int, int) { return static_cast<float>(random.Integer(50, 70)); });
@@ -229,8 +187,7 @@ TEST(StarSharpFilter, InterpolatesBetweenRanks) {
     for (double rank : {0.0, 0.3, n / 2.0, n - 1.5, n - 1.0, n - 0.2, n + 7.0, -0.5, -1e300, 1e300}) {
       for (double threshold : {0.0, 0.05}) {
         for (const int keepPeaks : {0, 1}) {
-          CImgFilterSpecial filter;
-          Shape(filter, kWidth, kHeight, 1);
+          CImgFilterSpecial filter = Shaped<CImgFilterSpecial>(kWidth, kHeight, 1);
           filter.StarSharpFilter(&radius, &rank, &threshold, keepPeaks, &source, nullptr, 0);
           const std::vector<float> results = Pixels(filter, 0);
           for (std::size_t i = 0; i < windows.size(); ++i) {
@@ -248,91 +205,22 @@ TEST(StarSharpFilter, InterpolatesBetweenRanks) {
 
 // ---- What all of them share ----------------------------------------------------------------------------------------
 
-struct Filter {
-  const char* name;
-  std::wstring title;
-  // Makes a 50 x 37 image of three planes, or works in place.
-  std::function<std::string(CVynImage* source, bool inPlace, qmr::test::RecordingWindow* window)> run;
-};
-
-template <class Image, class Call>
-Filter MakeFilter(const char* name, const wchar_t* title, Call call) {
-  return {name, title, [call](CVynImage* source, bool inPlace, qmr::test::RecordingWindow* window) {
-            Image image;
-            if (inPlace)
-              image.CopyImage(*source);
-            else
-              Shape(image, 50, 37, 3);
-            image.SetProgressHandle(window);
-            call(image, inPlace ? &image : source, window != nullptr);
-            return Bytes(image);
-          }};
-}
-
-std::vector<Filter> Filters() {
-  return {MakeFilter<CImgFilterMisc>("MinMax", L"ミニマム／マキシマムフィルター処理中...",
-                                     [](CImgFilterMisc& image, CVynImage* source, int progress) {
-                                       double radius[] = {3.0, 1.0, 14.0};
-                                       int rank[] = {3, 2, 300};
-                                       image.MinMaxFilter(radius, rank, source, nullptr, progress);
-                                     }),
-          MakeFilter<CImgFilterMisc>("NoiseCut", L"ホット／クールピクセル除去処理中...",
-                                     [](CImgFilterMisc& image, CVynImage* source, int progress) {
-                                       image.NoiseCut(2.0, 1, 0.1, 1, 0.1, source, nullptr, progress);
-                                     }),
-          MakeFilter<CImgFilterSpecial>(
-              "StarSharp", L"スターシャープフィルタ処理中...",
-              [](CImgFilterSpecial& image, CVynImage* source, int progress) {
-                double radius[] = {2.0, 1.0, 13.0}, rank[] = {1.5, 0.0, 17.7}, threshold[] = {0.1, 0.0, 0.2};
-                image.StarSharpFilter(radius, rank, threshold, 1, source, nullptr, progress);
-              }),
-          MakeFilter<CImgFilterBlur>("Median", L"中央値フィルタ処理中",
-                                     [](CImgFilterBlur& image, CVynImage* source, int progress) {
-                                       double radius[] = {2.0, 13.0, 3.0};
-                                       image.MedianFilter(radius, source, nullptr, progress);
-                                     })};
-}
-
-TEST(RankFilters, GiveTheSameForAllThreadsAndInPlace) {
-  CVynImage source;
-  Shape(source, 50, 37, 3);
+TEST(RankFilters, KeepTheRulesOfOperations) {
+  CVynImage source = Shaped(50, 37, 3);
   FillAwkward(source, 14, true);
-  for (const Filter& filter : Filters()) {
-    EXPECT_TRUE(qmr::test::SameForAllThreads([&] { return filter.run(&source, false, nullptr); })) << filter.name;
-    EXPECT_TRUE(filter.run(&source, false, nullptr) == filter.run(&source, true, nullptr)) << filter.name;
-  }
-}
-
-TEST(RankFilters, LeaveWhatTheSourceLacks) {
-  CVynImage small;
-  Shape(small, 20, 10, 2);
-  FillNoise(small, 15, 1.0, 2.0);
-  for (const Filter& filter : Filters()) {
-    qmr::test::RecordingWindow silent;
-    EXPECT_EQ(filter.run(nullptr, false, &silent).find_first_not_of('\0'), std::string::npos) << filter.name;
-    EXPECT_TRUE(silent.events.empty());
-    const std::string bytes = filter.run(&small, false, nullptr);
-    std::vector<float> pixels(bytes.size() / sizeof(float));
-    std::memcpy(pixels.data(), bytes.data(), bytes.size());
-    std::size_t i = 0;
-    for (int p = 0; p < 3; ++p)
-      for (int y = 0; y < 37; ++y)
-        for (int x = 0; x < 50; ++x) ASSERT_EQ(pixels[i++] != 0.0f, x < 20 && y < 10 && p < 2) << filter.name;
-  }
-}
-
-TEST(RankFilters, ReportARowOfAPlaneAtATime) {
-  CVynImage source;
-  Shape(source, 50, 37, 3);
-  const qmr::test::Threads one(1);
-  for (const Filter& filter : Filters()) {
-    qmr::test::RecordingWindow window;
-    filter.run(&source, false, &window);
-    ASSERT_GE(window.events.size(), 3u);
-    EXPECT_EQ(window.events.front().text, filter.title);
-    ASSERT_FALSE(window.Percents().empty());
-    EXPECT_EQ(window.Percents().back(), 100) << filter.name;
-  }
+  double radius[] = {3.0, 1.0, 14.0}, between[] = {1.5, 0.0, 17.7}, threshold[] = {0.1, 0.0, 0.2};
+  int rank[] = {3, 2, 300};
+  ExpectOperationRules<CImgFilterMisc>(
+      source, L"ミニマム／マキシマムフィルター処理中...", 32 * 3,
+      [&](CImgFilterMisc& f, CVynImage* s, CRect* r, int b) { f.MinMaxFilter(radius, rank, s, r, b); });
+  ExpectOperationRules<CImgFilterMisc>(
+      source, L"ホット／クールピクセル除去処理中...", 32 * 3,
+      [&](CImgFilterMisc& f, CVynImage* s, CRect* r, int b) { f.NoiseCut(2.0, 1, 0.1, 1, 0.1, s, r, b); });
+  ExpectOperationRules<CImgFilterSpecial>(source, L"スターシャープフィルタ処理中...", 32 * 3,
+                                          [&](CImgFilterSpecial& f, CVynImage* s, CRect* r, int b) {
+                                            f.StarSharpFilter(radius, between, threshold, 1, s, r, b);
+                                          });
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -9,16 +9,11 @@
 
 #include "qmrimg/filters/filter_block.h"
 #include "qmrimg/filters/filter_special.h"
+#include "tests/filters/operation_rules.h"
 #include "tests/support/images.h"
-#include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Bytes;
-using qmr::test::Fill;
-using qmr::test::SamePixels;
-using qmr::test::Shape;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
@@ -143,7 +138,7 @@ void MakeSky(CVynImage& sky, int width, int height) {
   Shape(sky, width, height, kPlanes);
   // Few enough that windows without any occur, too.
   const double density = std::min(0.05, 8.0 / (width * height));
-  qmr::test::Random random(5);
+  Random random(5);
   Fill(sky, [&](int p, int x, int y) {
     if (p == 1 && x == width / 4 && y == height - 1) return FLT_MAX;
     if (x == width / 2 && y == height / 2) return 5000.0f;
@@ -171,10 +166,10 @@ TEST(StarFilters, AreTheirStagesPixelByPixel) {
     for (const Case& c : cases) {
       CVynImage sky;
       MakeSky(sky, c.width, c.height);
-      CImgFilterSpecial result;
-      Shape(result, c.width + c.more, c.height + c.more, kPlanes + std::max(c.more, 0));
+      CImgFilterSpecial result =
+          Shaped<CImgFilterSpecial>(c.width + c.more, c.height + c.more, kPlanes + std::max(c.more, 0));
       for (int p = 0; p < result.GetPlanes(); ++p) result.SetLevel(p, -3.0, 11.0);
-      qmr::test::FillNoise(result, 6);
+      FillNoise(result, 6);
       CVynImage expected(result);
       for (int p = 0; p < kPlanes; ++p) {
         const PixelOf pixels = filter.kind == kSmooth ? SmoothPixels(filter, sky, p) : StarPixels(filter, sky, p);
@@ -191,12 +186,10 @@ TEST(StarFilters, AreTheirStagesPixelByPixel) {
 
 // A hot column on a black sky: its response, 8 - 2 = 6 times its height, meets every sum exactly.
 TEST(StarFilters, ThresholdIsScaledBy256Twice) {
-  CVynImage sky;
-  Shape(sky, 9, 9, 1);
+  CVynImage sky = Shaped(9, 9, 1);
   Fill(sky, [](int, int x, int) { return x == 4 ? 64.0f : 0.0f; });
   double sigma = 1.0, disc = 1.0, threshold = 6.0 * 64.0 / 256.0;
-  CImgFilterSpecial result;
-  Shape(result, 9, 9, 1);
+  CImgFilterSpecial result = Shaped<CImgFilterSpecial>(9, 9, 1);
   result.NebularSmootherFilter(&sigma, &threshold, &disc, 0, &sky, nullptr, 0);
   EXPECT_EQ(At(result, 0, 4, 4), 64.0f);
   // By less than a float can tell.
@@ -205,36 +198,18 @@ TEST(StarFilters, ThresholdIsScaledBy256Twice) {
   EXPECT_LT(At(result, 0, 4, 4), 40.0f);
 }
 
-TEST(StarFilters, AreTheSameForAllThreadsAndInPlaceAndReportRows) {
-  CVynImage sky, bytes(8, 90, 37, kPlanes, 1.0, 0.0, 1);
+TEST(StarFilters, KeepTheRulesOfOperations) {
+  CVynImage sky;
   MakeSky(sky, 90, 37);
+  // A star broad enough for every threshold.
+  for (int i = 0; i < 25; ++i) sky.SetPixelGrayRaw(60 + i % 5, 20 + i / 5, 590.0f, i % kPlanes);
   for (const Filter& filter : kFilters) {
-    CImgFilterSpecial itself;
-    itself.CopyImage(sky);
-    Apply(filter, itself, &itself, nullptr, 0);
-    EXPECT_TRUE(qmr::test::SameForAllThreads([&] {
-      CImgFilterSpecial result;
-      result.CopyImage(sky);
-      Apply(filter, result, &sky, nullptr, 0);
-      EXPECT_TRUE(SamePixels(itself, result));
-      return Bytes(result);
-    }));
-    const std::string before = Bytes(itself);
-    const qmr::test::Threads one(1);
-    qmr::test::RecordingWindow window;
-    itself.SetProgressHandle(&window);
-    Apply(filter, itself, nullptr, nullptr, 1);
-    EXPECT_TRUE(window.events.empty());
-    // Samples that are no floats are not read, but rows count.
-    CRect rect(3, 0, 7, 20);
-    Apply(filter, itself, &bytes, &rect, 1);
-    EXPECT_EQ(Bytes(itself), before);
-    ASSERT_FALSE(window.events.empty());
-    EXPECT_EQ(window.events.front().text,
-              filter.kind == kSmooth ? L"ネビュラスムース処理中..." : L"スターエンハンス処理中...");
-    EXPECT_EQ(window.Percents().size(), 20u * kPlanes);
-    EXPECT_EQ(window.Percents().back(), 100);
-    EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+    SCOPED_TRACE(testing::Message() << filter.kind << filter.flag << filter.set);
+    ExpectOperationRules<CImgFilterSpecial>(
+        sky, filter.kind == kSmooth ? L"ネビュラスムース処理中..." : L"スターエンハンス処理中...", 32 * kPlanes,
+        [&](CImgFilterSpecial& result, CVynImage* source, CRect* rect, int b) {
+          Apply(filter, result, source, rect, b);
+        });
   }
 }
 
@@ -243,8 +218,8 @@ TEST(StarFilters, StandAnyArguments) {
   MakeSky(sky, 9, 6);
   sky.SetPixelGrayRaw(2, 2, static_cast<float>(kNan), 0);
   sky.SetPixelGrayRaw(6, 3, static_cast<float>(kInfinity), 0);
-  CImgFilterSpecial result, empty;
-  Shape(result, 9, 6, 1);
+  CImgFilterSpecial empty;
+  CImgFilterSpecial result = Shaped<CImgFilterSpecial>(9, 6, 1);
   for (double value : {kNan, -kInfinity, -5.0, -1e-300, 0.0, 1e-200, 9.0}) {
     for (double threshold : {value, kInfinity, 1e300, 0.1}) {
       for (double disc : {value, kInfinity, 1e9}) {
@@ -266,3 +241,4 @@ TEST(StarFilters, StandAnyArguments) {
 }
 
 }  // namespace
+}  // namespace qmr::test

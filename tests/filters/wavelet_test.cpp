@@ -15,9 +15,9 @@
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
 
-using namespace qmr::test;
 using testing::Each;
 using testing::ElementsAre;
 
@@ -263,12 +263,9 @@ TEST(Wavelet, UnusualLevelsAndShortGainsChangeNothing) {
   for (int bad = 0; bad < 3; ++bad) {
     for (Line* const wrong : {&tooFew, static_cast<Line*>(nullptr)}) {
       const auto gain = [&](int i) { return i == bad ? wrong : &enough; };
-      try {
+      EXPECT_TRUE(Raises<CInvalidArgException>([&] {
         w.DoMultiResSubbandComposition(&image, 3, 2.0f, gain(0), gain(1), gain(2), 0);
-        ADD_FAILURE() << bad;
-      } catch (CInvalidArgException* e) {
-        e->Delete();
-      }
+      })) << bad;
     }
   }
   EXPECT_EQ(Bytes(image), before);
@@ -297,40 +294,36 @@ TEST(Wavelet, BufferSizesAreMultiplesWithALeast) {
 
 TEST(Wavelet, BuffersRepeatTheLastColumnAndRow) {
   Wavelet w(1);
-  CVynImage source, buffer, destination;
-  Shape(source, 5, 4, 1);
-  Shape(destination, 5, 4, 1);
-  Shape(buffer, 6, 4, 2);
+  CVynImage source = Shaped(5, 4, 1);
+  CVynImage destination = Shaped(5, 4, 1);
+  CVynImage buffer = Shaped(6, 4, 2);
   Fill(source, [](int, int x, int y) { return static_cast<float>(10 * y + x); });
   // Pixels beyond the rectangle are taken as far as the source has them.
   CRect rect(2, 1, 3, 3), outside(5, 0, 9, 9), corner(3, -1, 9, 2);
   w.CopyToBuffer(&buffer, &source, &rect);
   w.CopyToBuffer(&buffer, &source, &outside);
-  CVynImage expected(buffer);
-  Fill(expected, [](int p, int x, int y) {
-    return p == 1 ? 0.0f : static_cast<float>(10 * std::min(1 + y, 3) + std::min(2 + x, 4));
-  });
-  EXPECT_TRUE(SamePixels(expected, buffer));
+  const CVynImage expected(buffer);
+  EXPECT_TRUE(
+      PixelsAre([](int p, int x,
+                   int y) { return p == 1 ? 0.0f : static_cast<float>(10 * std::min(1 + y, 3) + std::min(2 + x, 4)); },
+                buffer));
   w.CopyFromBuffer(&destination, &corner, &buffer);
-  CVynImage back(destination);
-  Fill(back, [&](int, int x, int y) { return x >= 3 && y < 2 ? At(buffer, 0, x - 3, y) : 0.0f; });
-  EXPECT_TRUE(SamePixels(back, destination));
+  EXPECT_TRUE(
+      PixelsAre([&](int, int x, int y) { return x >= 3 && y < 2 ? At(buffer, 0, x - 3, y) : 0.0f; }, destination));
   // The buffer may be the source.
   w.CopyToBuffer(&source, &source, &rect);
-  for (int y = 0; y < 4; ++y)
-    for (int x = 0; x < 5; ++x) EXPECT_EQ(At(source, 0, x, y), At(expected, 0, x, y));
+  EXPECT_TRUE(PixelsAre([&](int, int x, int y) { return At(expected, 0, x, y); }, source));
 }
 
 TEST(Wavelet, ReportsCountPixelsOfBothPassesUntilEscape) {
   Wavelet w(1);
   RecordingWindow window;
   w.SetProgressHandle(&window);
-  CVynImage image;
-  Shape(image, 8, 8, 2);
+  CVynImage image = Shaped(8, 8, 2);
   w.DoMultiResSubbandDecomposition(&image, 2, 1);
   EXPECT_THAT(window.Percents(), ElementsAre(20, 40, 60, 80, 85, 90, 95, 100));
   EXPECT_EQ(window.events.front().text, L"多重解像度サブバンド分解中...");
-  EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+  EXPECT_EQ(window.events.back().code, kProgressEnd);
   window.events.clear();
   Compose(w, image, 2, 1.0f, 1.0f, 1);
   EXPECT_THAT(window.Percents(), ElementsAre(5, 10, 15, 20, 40, 60, 80, 100));
@@ -347,7 +340,7 @@ TEST(Wavelet, ReportsCountPixelsOfBothPassesUntilEscape) {
     window.escapeAtLook = window.looks + 3;
     EXPECT_EQ(back ? Compose(w, image, 2, 1.0f, 1.0f, 1) : w.DoMultiResSubbandDecomposition(&image, 2, 1), 0);
     EXPECT_TRUE(SamePixels(expected, image)) << "back " << back;
-    EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+    EXPECT_EQ(window.events.back().code, kProgressEnd);
   }
 
   // The fields may tell of more than there are pixels. A total that does not fit an int is scaled down.
@@ -360,3 +353,4 @@ TEST(Wavelet, ReportsCountPixelsOfBothPassesUntilEscape) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -130,10 +130,9 @@ INSTANTIATE_TEST_SUITE_P(Methods, Rows, testing::Range(0, 6));
 
 // Every row of the table of forms: `plane`, source and scale.
 TEST(ThreeLines, FollowTheTable) {
-  CVynImage colour, mono, two;
-  Shape(colour, 20, 12, 3);
-  Shape(mono, 20, 12, 1);
-  Shape(two, 20, 12, 2);
+  CVynImage colour = Shaped(20, 12, 3);
+  CVynImage mono = Shaped(20, 12, 1);
+  CVynImage two = Shaped(20, 12, 2);
   for (CVynImage* image : {&colour, &mono, &two}) {
     FillNoise(*image, 31, 0.0, 4000.0);
     for (int p = 0; p < image->GetPlanes(); ++p) image->SetLevel(p, 100.0 + 11.1 * p, 3000.0 - 77.7 * p);
@@ -184,9 +183,7 @@ TEST(ThreeLines, FollowTheTable) {
 }
 
 TEST(OneLine, PlaneThatTheSourceLacksIsOutside) {
-  CVynImage mono;
-  Shape(mono, 6, 5, 1);
-  FillNoise(mono, 1);
+  CVynImage mono = Noise(6, 5, 1, 1);
   for (int type = 0; type < 3; ++type) {
     for (const int plane : {-1, 1, 1000}) {
       CInterp interp(0);
@@ -205,11 +202,8 @@ TEST(OneLine, PlaneThatTheSourceLacksIsOutside) {
 }
 
 TEST(MedianRows, FewerPlanesGivePlaneZero) {
-  CVynImage mono, two;
-  Shape(mono, 9, 8, 1);
-  Shape(two, 9, 8, 2);
-  FillNoise(mono, 4);
-  FillNoise(two, 5);
+  CVynImage mono = Noise(9, 8, 1, 4);
+  CVynImage two = Noise(9, 8, 2, 5);
   for (CVynImage* image : {&mono, &two}) {
     for (const RowCase& row : {RowCase{0, 0.0, 8.0, 3.0}, {1, -0.5, 7.5, 3.5}, {2, -0.5, 7.5, 3.5, 20.0}}) {
       CInterp interp(0);
@@ -227,12 +221,11 @@ TEST(MedianRows, FewerPlanesGivePlaneZero) {
   }
 }
 
-// Starts just below a whole number, whose ends round up to one, and ranges that were rounded to float.
+// Starts just below a whole number, whose ends round up to one, and ranges that
+// were rounded to float.
 TEST(RowLength, StaysWithinTheDestination) {
   constexpr int kWidth = 6000;
-  CVynImage image;
-  Shape(image, kWidth, 3, 1);
-  FillNoise(image, 9);
+  CVynImage image = Noise(kWidth, 3, 1, 9);
   for (const double shift : {1e-15, 3.0000000000000004, 1e-9, 0.3, -0.3, -1e-15, 0.9999999999999999}) {
     for (const bool asFloat : {false, true}) {
       const double start = asFloat ? static_cast<float>(-shift) : -shift;
@@ -262,9 +255,7 @@ TEST(RowLength, StaysWithinTheDestination) {
 }
 
 TEST(RowLength, SurvivesAnyRange) {
-  CVynImage image;
-  Shape(image, 8, 8, 3);
-  FillNoise(image, 9);
+  CVynImage image = Noise(8, 8, 3, 9);
   const double inf = std::numeric_limits<double>::infinity();
   const double nan = std::numeric_limits<double>::quiet_NaN();
   for (int type = 0; type < 3; ++type) {
@@ -309,49 +300,26 @@ TEST(ShiftSegmentsTest, ArePositionsOneByOne) {
   }
 }
 
-// A frame whose content moved by (dx, dy) and turned lies on the reference again.
-TEST(FrameSamplerTest, BringsMovedFramesBack) {
-  constexpr int kWidth = 90, kHeight = 70;
-  const auto sky = [](double x, double y) { return 500.0 + 200.0 * std::sin(0.21 * x) * std::cos(0.17 * y) + 0.9 * x; };
-  const double cx = kWidth * 0.5, cy = kHeight * 0.5;
+// The rows in float, plane by plane, are those in double with one flag a
+// column.
+TEST(FrameSamplerTest, BothFormsAreTheSame) {
+  constexpr int kColumns = 40;
+  CVynImage frame = Noise(kColumns, 30, 3, 41);
   for (const FramePlacement& place : {FramePlacement{3.0, -2.0, 0.0, 0}, {3.25, -2.5, 0.0, 0}, {1.5, 0.75, 7.0, 0}}) {
-    CVynImage frame;
-    Shape(frame, kWidth, kHeight, 3);
-    const double angle = place.angle * 3.141592653589793 / 180.0;
-    // The frame's pixel at the mapped position of (x, y) shows what the reference has at (x, y): invert the mapping.
-    Fill(frame, [&](int p, int sx, int sy) {
-      const double u = sx - cx, v = cy - sy;
-      const double dx = std::cos(angle) * u + std::sin(angle) * v;
-      const double dy = -std::sin(angle) * u + std::cos(angle) * v;
-      return static_cast<float>(sky(dx + cx + place.shiftX, cy - dy + place.shiftY) * (p + 1));
-    });
-    for (int method = 1; method < 4; ++method) {
-      FrameSampler sampler(method, &frame, place, kWidth, 3);
-      std::vector<float> r(kWidth), g(kWidth), b(kWidth);
-      std::vector<std::uint8_t> valid(kWidth);
-      std::vector<double> values(3 * kWidth);
-      std::vector<int> flags(3 * kWidth);
-      int covered = 0;
-      for (int y = 0; y < kHeight; ++y) {
-        float* const lines[3] = {r.data(), g.data(), b.data()};
-        sampler.Row(y, lines, valid.data());
-        sampler.Row(y, values.data(), flags.data());
-        for (int x = 0; x < kWidth; ++x) {
-          const std::size_t i = static_cast<std::size_t>(x);
-          ASSERT_EQ(flags[i], valid[i]);
-          ASSERT_EQ(flags[i + 2 * kWidth], valid[i]);
-          ASSERT_EQ(values[i + kWidth], g[i]);
-          ASSERT_EQ(values[i + 2 * kWidth], b[i]);
-          ASSERT_TRUE(valid[i] || r[i] == 0.0f);
-          if (x < 15 || y < 15 || x > kWidth - 16 || y > kHeight - 16 || !valid[i]) continue;
-          ++covered;
-          // The weights of the Lanczos windows don't add up to 1.
-          const double tolerance = method == 1 ? 4.0 : 0.045 * sky(x, y);
-          ASSERT_NEAR(r[i], sky(x, y), tolerance) << x << ", " << y;
-          ASSERT_NEAR(b[i], 3.0 * sky(x, y), 3.0 * tolerance) << x << ", " << y;
-        }
+    FrameSampler sampler(1, &frame, place, kColumns, 3);
+    for (int y = 0; y < 30; ++y) {
+      std::vector<float> rows[3] = {std::vector<float>(kColumns), std::vector<float>(kColumns),
+                                    std::vector<float>(kColumns)};
+      float* const lines[3] = {rows[0].data(), rows[1].data(), rows[2].data()};
+      std::vector<std::uint8_t> valid(kColumns);
+      std::vector<double> values(3 * kColumns);
+      std::vector<int> flags(3 * kColumns);
+      sampler.Row(y, lines, valid.data());
+      sampler.Row(y, values.data(), flags.data());
+      for (std::size_t i = 0; i < 3 * kColumns; ++i) {
+        ASSERT_EQ(flags[i], valid[i % kColumns]) << i << ", " << y;
+        ASSERT_EQ(rows[i / kColumns][i % kColumns], flags[i] ? values[i] : 0.0) << i << ", " << y;
       }
-      EXPECT_GT(covered, 2000);
     }
   }
 }

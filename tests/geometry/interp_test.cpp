@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "qmrimg/geometry/kernels/weights.h"
 #include "tests/geometry/interp_reference.h"
@@ -14,17 +15,14 @@ namespace qmr::test {
 namespace {
 
 TEST(Interp, NamesOfMethods) {
-  const wchar_t* const names[] = {L"Bilinear", L"Bicubic", L"Lanczos2", L"Lanczos3", L"NearestNeighbor"};
-  for (int i = 0; i < 5; ++i) {
-    CString name = CInterp::GetEngString(i);
-    EXPECT_TRUE(name == names[i]);
-    EXPECT_FALSE(CInterp::GetString(i).IsEmpty());
+  const wchar_t* const names[] = {L"bilinear", L"bicubic", L"lanczos2", L"lanczos3", L"nearestneighbor", L"lanczos"};
+  for (int i = 0; i <= 5; ++i) {
+    CString name = CInterp::GetEngString(i), sought(names[i]);
     name.MakeLower();
-    EXPECT_EQ(CInterp::GetMethod(name), i);
+    EXPECT_TRUE(name == (i < 5 ? names[i] : L""));
+    EXPECT_EQ(CInterp::GetString(i).IsEmpty(), i == 5);
+    EXPECT_EQ(CInterp::GetMethod(sought), i < 5 ? i : -1);
   }
-  CString unknown(L"Lanczos");
-  EXPECT_EQ(CInterp::GetMethod(unknown), -1);
-  EXPECT_TRUE(CInterp::GetString(5).IsEmpty());
   EXPECT_TRUE(CInterp::GetEngString(-1).IsEmpty());
 }
 
@@ -67,15 +65,14 @@ TEST_P(Sampling, AgreesWithTheFormulasOnAwkwardImages) {
   const int method = GetParam();
   Random random(7);
   for (const auto& [width, height] : {std::pair{23, 17}, {1, 1}, {1, 9}, {7, 1}, {2, 3}}) {
-    CVynImage image;
-    Shape(image, width, height, 3);
-    FillNoise(image, 5, -100.0, 3000.0);
+    CVynImage image = Noise(width, height, 3, 5, -100.0, 3000.0);
     const CInterp bound(method, &image, 0);
     int unequal = 0;
     for (int i = 0; i < 2000; ++i) {
       double x = random.Uniform(0.0, width);
       double y = random.Uniform(0.0, height);
-      // Exact columns and rows, both ends of the accepted range and tiny fractions.
+      // Exact columns and rows, both ends of the accepted range and tiny
+      // fractions.
       if (i % 5 == 0) x = std::floor(x);
       if (i % 7 == 0) y = std::floor(y);
       if (i % 31 == 0) x = width;
@@ -96,32 +93,18 @@ TEST_P(Sampling, AgreesWithTheFormulasOnAwkwardImages) {
 
 TEST_P(Sampling, WindowMembersNeedNoBinding) {
   const int method = GetParam();
-  CVynImage image, other;
-  Shape(image, 9, 21, 2);
-  FillNoise(image, 3);
-  Shape(other, 3, 3, 1);
+  CVynImage image = Noise(9, 21, 2, 3);
+  CVynImage other = Shaped(3, 3, 1);
   const CInterp bound(method, &image, 0);
   const CInterp loose(method);
   const CInterp elsewhere(method, &other, 0);
-  const auto member = [&](const CInterp& interp, double x, double y, float* out) {
-    switch (method) {
-      case 0:
-        return interp.Bilinear(&image, 1, x, y, out);
-      case 1:
-        return interp.Bicubic(&image, 1, x, y, out);
-      case 2:
-        return interp.Lanczos2(&image, 1, x, y, out);
-      case 3:
-        return interp.Lanczos3(&image, 1, x, y, out);
-      default:
-        return interp.Nearest(&image, 1, x, y, out);
-    }
-  };
+  constexpr decltype(&CInterp::Bilinear) kMembers[] = {&CInterp::Bilinear, &CInterp::Bicubic, &CInterp::Lanczos2,
+                                                       &CInterp::Lanczos3, &CInterp::Nearest};
   for (double y = 0.0; y <= 21.0; y += 0.37) {
     const float expected = bound.Do(4.3, y, 1);
     for (const CInterp* interp : {&bound, &loose, &elsewhere}) {
       float value = -1.0f;
-      EXPECT_EQ(member(*interp, 4.3, y, &value), 1);
+      EXPECT_EQ((interp->*kMembers[method])(&image, 1, 4.3, y, &value), 1);
       EXPECT_EQ(value, expected) << y;
     }
   }
@@ -133,9 +116,7 @@ TEST_P(Sampling, WindowMembersNeedNoBinding) {
 INSTANTIATE_TEST_SUITE_P(Methods, Sampling, testing::Range(0, 5));
 
 TEST(Interp, RefusedPositions) {
-  CVynImage image;
-  Shape(image, 8, 6, 1);
-  FillNoise(image, 1, 10.0, 20.0);
+  CVynImage image = Noise(8, 6, 1, 1, 10.0, 20.0);
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   for (int method = 0; method < 4; ++method) {
     const CInterp interp(method, &image, 0);
@@ -156,8 +137,7 @@ TEST(Interp, RefusedPositions) {
 }
 
 TEST(Interp, ZeroWeightsKeepInfinitiesOut) {
-  CVynImage image;
-  Shape(image, 4, 4, 1);
+  CVynImage image = Shaped(4, 4, 1);
   Fill(image, [](int, int x, int y) {
     return x == 2 || y == 2 ? std::numeric_limits<float>::infinity() : static_cast<float>(x + 10 * y);
   });
@@ -168,9 +148,7 @@ TEST(Interp, ZeroWeightsKeepInfinitiesOut) {
 }
 
 TEST(Interp, PixelFormMapsShiftRotationAndScale) {
-  CVynImage image;
-  Shape(image, 31, 27, 3);
-  FillNoise(image, 11, 0.0, 1000.0);
+  CVynImage image = Noise(31, 27, 3, 11, 0.0, 1000.0);
   for (int p = 0; p < 3; ++p) image.SetLevel(p, 10.0 * p, 500.0 + p);
   image.SetStdCtr(14.25, 12.5);
   OpenInterp shifted(1);
@@ -233,20 +211,13 @@ TEST(Interp, PixelFormMapsShiftRotationAndScale) {
 }
 
 TEST(Interp, PixelFormOfFewerPlanes) {
-  CVynImage mono, two;
-  Shape(mono, 5, 5, 1);
-  FillNoise(mono, 2);
-  Shape(two, 5, 5, 2);
-  FillNoise(two, 3);
+  CVynImage images[] = {Noise(5, 5, 1, 2), Noise(5, 5, 2, 3)};
   CInterp interp(0);
-  for (const int plane : {-1, 0, 2}) {
-    interp.SetBParam(&mono, 0.0, 0.0, 0.0, 1.0, 1.0, 0, plane, 0.0f);
-    EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(mono, 0, 2, 3));
+  // A single plane answers for all; of two, the first for brightness.
+  for (const auto& [image, asked, plane] : {std::tuple(0, -1, 0), {0, 0, 0}, {0, 2, 0}, {1, 1, 1}, {1, -1, 0}}) {
+    interp.SetBParam(&images[image], 0.0, 0.0, 0.0, 1.0, 1.0, 0, asked, 0.0f);
+    EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(images[image], plane, 2, 3)) << asked;
   }
-  interp.SetBParam(&two, 0.0, 0.0, 0.0, 1.0, 1.0, 0, 1, 0.0f);
-  EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(two, 1, 2, 3));
-  interp.SetBParam(&two, 0.0, 0.0, 0.0, 1.0, 1.0, 0, -1, 0.0f);
-  EXPECT_EQ(interp.GetBPixelGrayRaw(2, 3, nullptr, nullptr, nullptr), At(two, 0, 2, 3));
 }
 
 }  // namespace

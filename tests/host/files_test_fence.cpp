@@ -333,24 +333,27 @@ TEST(HandoverClaims, OnlyTrueOnesAreAccepted) {
   EXPECT_EQ(image->format, "FITS??");
   EXPECT_FALSE(accept(honest, false)) << "could be shortened later";
 
-  const auto lie = [&](auto change) {
-    Handover claim = honest;
-    change(claim);
-    return accept(claim).has_value();
-  };
-  for (const int side : {0, -1, 11, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
-    EXPECT_FALSE(lie([side](Handover& h) { h.width = side; })) << side;
-    EXPECT_FALSE(lie([side](Handover& h) { h.height = side; })) << side;
-    EXPECT_FALSE(lie([side](Handover& h) { h.planes = side; })) << side;
+  constexpr int kMost = std::numeric_limits<int>::max(), kLeast = std::numeric_limits<int>::min();
+  for (int Handover::*const side : {&Handover::width, &Handover::height, &Handover::planes}) {
+    for (const int value : {0, -1, 11, kMost, kLeast}) {
+      Handover claim = honest;
+      claim.*side = value;
+      EXPECT_FALSE(accept(claim)) << value;
+    }
   }
-  EXPECT_FALSE(lie([](Handover& h) { h.fileBits = 12; }));
-  EXPECT_FALSE(lie([](Handover& h) { h.hdu = 0; }));
-  EXPECT_FALSE(lie([](Handover& h) { h.blankPixels = -1; }));
-  EXPECT_FALSE(lie([](Handover& h) { h.blankPixels = 151; }));
-  EXPECT_FALSE(lie([](Handover& h) { h.keywordBytes += 1; }));
-  EXPECT_FALSE(lie([](Handover& h) { h.keywordBytes = std::numeric_limits<std::uint64_t>::max(); }));
-  EXPECT_FALSE(lie([](Handover& h) { h.keywordBytes -= 1; }));
-  EXPECT_FALSE(lie([](Handover& h) { h.reusedBuffer = 1; }));  // none was given
+  void (*const lies[])(Handover&) = {[](Handover& h) { h.fileBits = 12; },
+                                     [](Handover& h) { h.hdu = 0; },
+                                     [](Handover& h) { h.blankPixels = -1; },
+                                     [](Handover& h) { h.blankPixels = 151; },
+                                     [](Handover& h) { h.keywordBytes += 1; },
+                                     [](Handover& h) { h.keywordBytes = std::numeric_limits<std::uint64_t>::max(); },
+                                     [](Handover& h) { h.keywordBytes -= 1; },
+                                     [](Handover& h) { h.reusedBuffer = 1; }};  // none was given
+  for (const auto& lie : lies) {
+    Handover claim = honest;
+    lie(claim);
+    EXPECT_FALSE(accept(claim)) << &lie - lies;
+  }
   Descriptor device(open("/dev/zero", O_RDWR | O_CLOEXEC));
   PixelMapping none;
   EXPECT_FALSE(AcceptImage(honest, device, none));

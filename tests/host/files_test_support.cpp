@@ -4,43 +4,12 @@
 
 #include <bit>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace qmr::test {
 
 namespace fs = std::filesystem;
-
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (fs::temp_directory_path() / "qmr-files-XXXXXX").string();
-  if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
-std::vector<std::string> TemporaryFolder::Names() const {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(path_)) names.push_back(entry.path().filename().string());
-  return names;
-}
-
-std::string ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void WriteBytes(const std::string& path, std::string_view bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  if (!file.flush()) throw std::runtime_error("cannot write " + path);
-}
 
 std::string FitsHeader(const std::vector<std::string>& cards) {
   std::string header;

@@ -9,26 +9,9 @@
 #include <vector>
 
 #include "host/files/image_file.h"
+#include "tests/host/folder.h"
 
 namespace qmr::test {
-
-/// A folder that goes away with its content.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  /// Names of all entries.
-  std::vector<std::string> Names() const;
-
- private:
-  std::string path_;
-};
-
-std::string ReadBytes(const std::string& path);
-void WriteBytes(const std::string& path, std::string_view bytes);
 
 /// A header of cards ("NAME    = value"), END and padding.
 std::string FitsHeader(const std::vector<std::string>& cards);

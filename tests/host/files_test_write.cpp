@@ -77,7 +77,7 @@ TEST(FitsWriting, FloatsAndKeywordsComeBack) {
   const auto rows = [&](int plane, int y) { return pixels.data() + (plane * 7 + y) * 33; };
   const FileStatus status = WriteFitsFloat(path, 33, 7, 3, rows, keywords);
   ASSERT_FALSE(status) << status->Message();
-  EXPECT_EQ(folder.Names().size(), 1U);
+  EXPECT_EQ(folder.List().size(), 1U);
   ExpectSoundSums(path);
 
   const auto image = ReadImageFile(path);
@@ -130,7 +130,7 @@ TEST(FitsWriting, ImpossibleRequestsLeaveNothing) {
       WriteFitsFloat(folder / "a.fits", 4, 3, 1, [&](int, int y) { return y < 2 ? row.data() : nullptr; }).has_value());
   EXPECT_TRUE(WritePng8(folder / "a.png", 2, 2, 2, std::vector<std::uint8_t>(8)));
   EXPECT_TRUE(WritePng8(folder / "a.png", 2, 2, 1, std::vector<std::uint8_t>(5)));
-  EXPECT_TRUE(folder.Names().empty());
+  EXPECT_TRUE(folder.List().empty());
 }
 
 TEST(FitsWriting, PassesTheVerifier) {
@@ -241,10 +241,10 @@ TEST(AtomicFiles, AppearOnlyWhenComplete) {
     AtomicFile file(path);
     file.Write("half of it");
     EXPECT_EQ(ReadBytes(path), "old");
-    EXPECT_EQ(folder.Names().size(), 2U);
+    EXPECT_EQ(folder.List().size(), 2U);
   }
   EXPECT_EQ(ReadBytes(path), "old");
-  EXPECT_EQ(folder.Names().size(), 1U);
+  EXPECT_EQ(folder.List().size(), 1U);
 
   std::string large(3 << 20, 'x');
   AtomicFile file(path);
@@ -257,7 +257,7 @@ TEST(AtomicFiles, AppearOnlyWhenComplete) {
   struct stat status {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0640U);
-  EXPECT_EQ(folder.Names().size(), 1U);
+  EXPECT_EQ(folder.List().size(), 1U);
 }
 
 TEST(AtomicFiles, FollowLinksAndWriteToDevices) {
@@ -307,7 +307,7 @@ TEST(AtomicFiles, FullDisksAndMissingFoldersAreErrorsOfOneLine) {
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
   expectFailure(fits, "File too large");
   expectFailure(png, "File too large");
-  EXPECT_EQ(folder.Names(), std::vector<std::string>{"kept.fits"});
+  EXPECT_EQ(folder.List(), std::vector<std::string>{"kept.fits"});
   EXPECT_EQ(ReadBytes(folder / "kept.fits"), "kept");
 }
 
@@ -334,12 +334,12 @@ TEST(AtomicFiles, AnInterruptedProgramLeavesNoTemporaryFile) {
   }
   char ready = 0;
   ASSERT_EQ(read(pipeEnds[0], &ready, 1), 1);
-  EXPECT_EQ(folder.Names().size(), 3U);
+  EXPECT_EQ(folder.List().size(), 3U);
   kill(program, SIGINT);
   int status = 0;
   waitpid(program, &status, 0);
   EXPECT_EQ(WEXITSTATUS(status), 130);
-  EXPECT_EQ(folder.Names(), std::vector<std::string>{"c"});
+  EXPECT_EQ(folder.List(), std::vector<std::string>{"c"});
   close(pipeEnds[0]);
   close(pipeEnds[1]);
 }

@@ -1,6 +1,5 @@
 // Pieces of the road of a night.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include "host/night/masters.h"
 #include "host/night/plan.h"
 #include "host/night/transparency.h"
+#include "tests/host/folder.h"
 #include "tests/support/images.h"
 
 namespace qmr {
@@ -31,16 +31,10 @@ class Silence : public Steps {
 
 class NightFolder : public testing::Test {
  protected:
-  void SetUp() override {
-    folder_ = std::filesystem::temp_directory_path() / ("qmr-night-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(folder_);
-  }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
-
   // A flat FITS file of one value, with an IMAGETYP if given.
   std::string Write(const std::string& name, std::uint16_t value, const std::string& type = {}, int width = 8,
                     int height = 6, double exposure = 1.0) {
-    const std::filesystem::path path = folder_ / name;
+    const std::filesystem::path path = folder_.Path(name);
     std::filesystem::create_directories(path.parent_path());
     const std::vector<std::uint16_t> samples(static_cast<std::size_t>(width * height), value);
     std::vector<Keyword> keywords = {Keyword::Real("EXPTIME", exposure)};
@@ -49,7 +43,7 @@ class NightFolder : public testing::Test {
     return path.string();
   }
 
-  std::filesystem::path folder_;
+  test::TemporaryFolder folder_;
 };
 
 std::vector<std::string> Names(const std::vector<FrameSource>& frames) {
@@ -61,9 +55,8 @@ std::vector<std::string> Names(const std::vector<FrameSource>& frames) {
 using List = std::vector<std::string>;
 
 TEST(RoleOfName, KnowsFoldersAndTypes) {
-  const std::vector<std::pair<const char*, FrameRole>> known = {
-      {"lights", FrameRole::kLight},        {"Light", FrameRole::kLight},         {"DARKS", FrameRole::kDark},
-      {"flat", FrameRole::kFlat},           {"Biases", FrameRole::kBias},         {"offsets", FrameRole::kBias},
+  const std::pair<const char*, FrameRole> known[] = {
+      {"Light", FrameRole::kLight},         {"DARKS", FrameRole::kDark},          {"offsets", FrameRole::kBias},
       {"dark_flats", FrameRole::kFlatDark}, {"Flat-Darks", FrameRole::kFlatDark}, {"output", FrameRole::kUnknown},
       {"zero", FrameRole::kBias},           {"flats01.fits", FrameRole::kFlat},   {"", FrameRole::kUnknown}};
   for (const auto& [name, role] : known) EXPECT_EQ(RoleOfName(name), role) << name;
@@ -78,7 +71,7 @@ TEST_F(NightFolder, FoldersGoBeforeTypesAndTypesBeforeNames) {
   Write("Lights/a.FITS", 1, "DARK");
   Write("dark/d.fit", 1);
   Write("loose.fit", 1);
-  NightPlan plan = PlanNight(folder_.string());
+  NightPlan plan = PlanNight(folder_.Path());
   EXPECT_EQ(Names(plan.lights), (List{"a.FITS", "b.fit"}));
   EXPECT_EQ(Names(plan.darks), (List{"d.fit"}));
 
@@ -86,7 +79,7 @@ TEST_F(NightFolder, FoldersGoBeforeTypesAndTypesBeforeNames) {
   Write("flat_but_light.fit", 1, "LIGHT");
   Write("bias_1.fit", 1);
   Write("x.fit", 1, "flat");
-  plan = PlanNight(folder_.string());
+  plan = PlanNight(folder_.Path());
   EXPECT_EQ(Names(plan.lights), (List{"flat_but_light.fit", "loose.fit"}));
   EXPECT_EQ(Names(plan.biases), (List{"bias_1.fit"}));
   EXPECT_EQ(Names(plan.flats), (List{"x.fit"}));
@@ -105,7 +98,7 @@ TEST_F(NightFolder, MastersSubtractWhatBelongsToThem) {
   Write("darks/odd.fit", 1, {}, 9, 6);
   const NightPlan plan = [&] {
     Write("lights/l.fit", 1);
-    return PlanNight(folder_.string());
+    return PlanNight(folder_.Path());
   }();
   const Masters masters = MakeMasters(plan, options, false, silence, leftOut);
   ASSERT_TRUE(masters.dark && masters.flat);
@@ -139,19 +132,17 @@ TEST(RowCombiner, EveryMethodAndMissingFrames) {
   rows.values = {a.data(), b.data(), c.data(), d.data()};
   rows.valid = {all.data(), part.data(), all.data(), part.data()};
   std::vector<float> out(3);
-  RowCombiner(CombineMethod::kMedian, 1.5, 4).Combine(rows, out);
-  EXPECT_EQ(out, (std::vector<float>{4, 4, 3}));
-  RowCombiner(CombineMethod::kAverage, 1.5, 4).Combine(rows, out);
-  EXPECT_EQ(out, (std::vector<float>{27.25f, 4, 3}));
-  RowCombiner(CombineMethod::kMaximum, 1.5, 4).Combine(rows, out);
-  EXPECT_EQ(out, (std::vector<float>{100, 7, 5}));
-  RowCombiner(CombineMethod::kMinimum, 1.5, 4).Combine(rows, out);
-  EXPECT_EQ(out, (std::vector<float>{1, 1, 1}));
-  RowCombiner(CombineMethod::kKappaSigma, 1.5, 4).Combine(rows, out);
-  EXPECT_EQ(out, (std::vector<float>{3, 4, 3}));
+  const std::pair<CombineMethod, std::vector<float>> methods[] = {{CombineMethod::kMedian, {4, 4, 3}},
+                                                                  {CombineMethod::kAverage, {27.25f, 4, 3}},
+                                                                  {CombineMethod::kMaximum, {100, 7, 5}},
+                                                                  {CombineMethod::kMinimum, {1, 1, 1}},
+                                                                  {CombineMethod::kKappaSigma, {3, 4, 3}}};
+  for (const auto& [method, expected] : methods) {
+    RowCombiner(method, 1.5, 4).Combine(rows, out);
+    EXPECT_EQ(out, expected);
+  }
   rows.valid = {none.data(), none.data(), none.data(), none.data()};
-  for (const CombineMethod method : {CombineMethod::kMedian, CombineMethod::kAverage, CombineMethod::kMaximum,
-                                     CombineMethod::kMinimum, CombineMethod::kKappaSigma}) {
+  for (const auto& [method, expected] : methods) {
     RowCombiner(method, 1.5, 4).Combine(rows, out);
     EXPECT_EQ(out[0], 0.0f);
     EXPECT_EQ(out[2], 0.0f);

@@ -1,17 +1,14 @@
 #include "tests/host/program.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -66,36 +63,22 @@ Outcome RunQmr(const std::vector<std::string>& arguments, int interruptAfterMs,
   return outcome;
 }
 
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "qmr-test-XXXXXX").string();
-  if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code error;
-  std::filesystem::remove_all(path_, error);
-}
-
-std::string TemporaryFolder::Path(const std::string& name) const {
-  return name.empty() ? path_.string() : (path_ / name).string();
-}
-
-std::vector<std::string> TemporaryFolder::List() const {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(path_))
-    names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void WriteBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
+void ExpectSameBits(const std::vector<std::string>& words, const std::vector<std::vector<std::string>>& more,
+                    const std::function<std::string()>& result) {
+  std::string first;
+  const auto check = [&](const std::vector<std::string>& added, const std::vector<std::string>& loader) {
+    std::vector<std::string> all = words;
+    all.insert(all.end(), added.begin(), added.end());
+    const Outcome o = RunQmr(all, 0, loader);
+    ASSERT_EQ(o.code, 0) << o.err;
+    const std::string bytes = result();
+    if (first.empty()) first = bytes;
+    EXPECT_TRUE(bytes == first) << testing::PrintToString(all) << testing::PrintToString(loader);
+  };
+  for (const auto& added : more) check(added, {});
+  const std::string loader = "/lib64/ld-linux-x86-64.so.2";
+  if (!std::filesystem::exists(loader)) return;
+  for (const char* level : {"x86-64-v2", "x86-64-v3", "x86-64-v4"}) check({}, {loader, "--glibc-hwcaps-mask", level});
 }
 
 }  // namespace qmr::test

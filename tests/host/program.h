@@ -1,9 +1,11 @@
 // Runs the program `qmr` as a user would.
 #pragma once
 
-#include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "tests/host/folder.h"
 
 namespace qmr::test {
 
@@ -18,22 +20,9 @@ struct Outcome {
 Outcome RunQmr(const std::vector<std::string>& arguments, int interruptAfterMs = 0,
                const std::vector<std::string>& loader = {});
 
-// A folder that goes away with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
-  std::string Path(const std::string& name = {}) const;
-  // Names of what lies in it, sorted.
-  std::vector<std::string> List() const;
-
- private:
-  std::filesystem::path path_;
-};
-
-std::string ReadBytes(const std::string& path);
-void WriteBytes(const std::string& path, const std::string& bytes);
+// Runs `qmr` with the words and each of these more words, then with each processor level of the loader; fails where
+// what `result` reads afterwards is not always the same.
+void ExpectSameBits(const std::vector<std::string>& words, const std::vector<std::vector<std::string>>& more,
+                    const std::function<std::string()>& result);
 
 }  // namespace qmr::test

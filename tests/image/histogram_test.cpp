@@ -10,12 +10,8 @@
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Shape;
 
 // The definition, pixel by pixel.
 std::vector<int> Counted(const std::vector<double>& values, int bins, double min, double max) {
@@ -32,9 +28,7 @@ class Histograms : public testing::TestWithParam<int> {};
 
 TEST_P(Histograms, CountWhatTheDefinitionSays) {
   const int bins = GetParam();
-  CVynImage image;
-  Shape(image, 1037, 23, 3);
-  FillNoise(image, 1, -10.0, 300.0);
+  CVynImage image = Noise(1037, 23, 3, 1, -10.0, 300.0);
   image.SetLevel(0, 5.0, 400.0);
   image.SetLevel(1, -20.0, 235.0);
   image.SetLevel(2, 0.5, 100.5);
@@ -51,7 +45,7 @@ TEST_P(Histograms, CountWhatTheDefinitionSays) {
     }
   }
   for (const int count : {1, 3}) {
-    const qmr::test::Threads threads(count);
+    const Threads threads(count);
     std::vector<int> hist(static_cast<std::size_t>(bins), -1), r(hist), g(hist), b(hist);
     const int height = image.GetHistogram(hist.data(), bins, 0.0, 255.0, 1, 0, 1, 0, &rect, 0, 0);
     EXPECT_EQ(hist, Counted(plane, bins, 0.0, 255.0));
@@ -68,8 +62,7 @@ TEST_P(Histograms, CountWhatTheDefinitionSays) {
 INSTANTIATE_TEST_SUITE_P(Bins, Histograms, testing::Values(1, 7, 256, 65536, 2000000));
 
 TEST(Histogram, MaximumGoesToTheLastBinAndOddValuesToNone) {
-  CVynImage image;
-  Shape(image, 8, 1, 1);
+  CVynImage image = Shaped(8, 1, 1);
   const float inf = std::numeric_limits<float>::infinity();
   const float values[8] = {100.0f, 100.1f, 0.0f, -0.1f, std::numeric_limits<float>::quiet_NaN(), inf, -inf, 49.99f};
   Fill(image, [&](int, int x, int) { return values[x]; });
@@ -92,8 +85,7 @@ TEST(Histogram, MaximumGoesToTheLastBinAndOddValuesToNone) {
 }
 
 TEST(Histogram, HeightsAndLogarithms) {
-  CVynImage image;
-  Shape(image, 100, 100, 1);
+  CVynImage image = Shaped(100, 100, 1);
   Fill(image, [](int, int x, int y) { return y == 0 && x < 10 ? 1.0f : y == 1 && x < 1 ? 2.0f : 3.0f; });
   int hist[256];
   EXPECT_EQ(image.GetHistogram(hist, 256, 0.0, 256.0, 0, 0, 0, 0, nullptr, 0, 0), 78);
@@ -105,8 +97,7 @@ TEST(Histogram, HeightsAndLogarithms) {
 }
 
 TEST(Histogram, SparseGridIsScaledUpAndShiftedByTheLeft) {
-  CVynImage image;
-  Shape(image, 10, 8, 3);
+  CVynImage image = Shaped(10, 8, 3);
   Fill(image, [](int, int x, int) { return static_cast<float>(x); });
   image.SetHistogramCull({0, 2, 4, 9}, {1, 6});
   const CRect rect(1, 3, 4, 5);
@@ -133,25 +124,24 @@ TEST(Histogram, SparseGridIsScaledUpAndShiftedByTheLeft) {
 }
 
 TEST(Histogram, ReportsOneUnitARow) {
-  qmr::test::RecordingWindow window;
-  CVynImage image;
-  Shape(image, 4, 6, 3);
+  RecordingWindow window;
+  CVynImage image = Shaped(4, 6, 3);
   image.SetProgressHandle(&window);
   int hist[3][4];
-  image.GetHistogram(hist[0], 4, 0.0, 1.0, 0, 0, 1, 0, nullptr, 1, 0);
-  ASSERT_FALSE(window.events.empty());
-  EXPECT_EQ(window.events.front().text, L"ヒストグラム計算中...");
-  EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
-  EXPECT_EQ(window.Percents().size(), 6u);
+  for (const auto& [message, title] : {std::pair(0, L"ヒストグラム計算中..."), {6167, L"自動レベル設定値計算中..."}}) {
+    window.events.clear();
+    image.GetHistogram(hist[0], 4, 0.0, 1.0, 0, 0, 1, 0, nullptr, 1, message);
+    ASSERT_FALSE(window.events.empty());
+    EXPECT_EQ(window.events.front().text, title);
+    EXPECT_EQ(window.Percents().size(), 6u);
+    EXPECT_EQ(window.events.back().code, kProgressEnd);
+  }
+  ASSERT_TRUE(image.ChangePlanes(1));
   window.events.clear();
-  image.GetHistogram(hist[0], 4, 0.0, 1.0, 0, 0, 1, 0, nullptr, 1, 6167);
-  EXPECT_EQ(window.events.front().text, L"自動レベル設定値計算中...");
-  CVynImage mono;
-  Shape(mono, 4, 6, 1);
-  mono.SetProgressHandle(&window);
-  window.events.clear();
-  EXPECT_EQ(mono.GetHistogramRGB(hist[0], hist[1], hist[2], 4, 0.0, 1.0, nullptr, nullptr, 0, 1, 0, nullptr, 1, 0), -1);
+  EXPECT_EQ(image.GetHistogramRGB(hist[0], hist[1], hist[2], 4, 0.0, 1.0, nullptr, nullptr, 0, 1, 0, nullptr, 1, 0),
+            -1);
   EXPECT_TRUE(window.events.empty());
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -9,13 +9,8 @@
 #include "qmrimg/store/parallel.h"
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::SamePixels;
-using qmr::test::Shape;
 
 class Opened : public CVynImage {
  public:
@@ -23,8 +18,7 @@ class Opened : public CVynImage {
 };
 
 TEST(SetLevel, MovesThreePlanesTogether) {
-  CVynImage image;
-  Shape(image, 1, 1, 3);
+  CVynImage image = Shaped(1, 1, 3);
   image.SetLevel(0, 0.0, 100.0);
   image.SetLevel(1, 1000.0, 1200.0);
   image.SetLevel(2, -10.0, 40.0);
@@ -38,8 +32,7 @@ TEST(SetLevel, MovesThreePlanesTogether) {
   EXPECT_DOUBLE_EQ(image.GetLevelRange(2), 70.0);
 
   for (const int planes : {1, 2}) {
-    CVynImage mono;
-    Shape(mono, 1, 1, planes);
+    CVynImage mono = Shaped(1, 1, planes);
     mono.SetLevel(-1, 7.0, 8.0);
     EXPECT_EQ(mono.GetLevelMin(0), 7.0);
     mono.SetLevel(planes, 0.0, 1.0);
@@ -49,8 +42,7 @@ TEST(SetLevel, MovesThreePlanesTogether) {
 }
 
 TEST(CutOutOfLevel, LimitsInDoubleAndStoresFloat) {
-  CVynImage image;
-  Shape(image, 5, 2, 1);
+  CVynImage image = Shaped(5, 2, 1);
   // 0.1 lies just below the float 0.1f: that pixel must stay above the lower level.
   image.SetLevel(0, 0.1, 200.3);
   const float values[5] = {-1.0f, 0.1f, 200.3f, 1e9f, std::numeric_limits<float>::quiet_NaN()};
@@ -64,8 +56,7 @@ TEST(CutOutOfLevel, LimitsInDoubleAndStoresFloat) {
 }
 
 TEST(NormalizeRect, ClampsEachSideByItself) {
-  CVynImage image;
-  Shape(image, 10, 6, 1);
+  CVynImage image = Shaped(10, 6, 1);
   const auto normalized = [&image](const CRect& rect) {
     int l, t, r, b;
     image.NormalizeRect(&rect, l, t, r, b);
@@ -79,32 +70,22 @@ TEST(NormalizeRect, ClampsEachSideByItself) {
 }
 
 TEST(PixelBlt, CutsTheBlockToBothImages) {
-  CVynImage from, to;
-  Shape(from, 6, 5, 2);
-  Shape(to, 4, 4, 2);
-  FillNoise(from, 1);
+  CVynImage from = Noise(6, 5, 2, 1);
+  CVynImage to = Shaped(4, 4, 2);
   to.PixelBlt(2, 1, 100, 100, &from, 3, 4, 0);
-  for (int p = 0; p < 2; ++p) {
-    for (int y = 0; y < 4; ++y) {
-      for (int x = 0; x < 4; ++x)
-        EXPECT_EQ(At(to, p, x, y), y == 1 && x >= 2 ? At(from, p, x + 1, 4) : 0.0f) << p << ": " << x << ", " << y;
-    }
-  }
-  const std::string before = qmr::test::Bytes(to);
+  EXPECT_TRUE(PixelsAre([&](int p, int x, int y) { return y == 1 && x >= 2 ? At(from, p, x + 1, 4) : 0.0f; }, to));
+  const std::string before = Bytes(to);
   to.PixelBlt(4, 0, 3, 3, &from, 0, 0, 0);
   to.PixelBlt(99, 99, 3, 3, &from, -99, -99, 0);
   to.PixelBlt(0, 0, -5, 3, &from, 0, 0, 0);
-  CVynImage mono;
-  Shape(mono, 4, 4, 1);
-  FillNoise(mono, 2);
+  CVynImage mono = Noise(4, 4, 1, 2);
   to.PixelBlt(0, 0, 4, 4, &mono, 0, 0, 0);
-  EXPECT_EQ(qmr::test::Bytes(to), before);
+  EXPECT_EQ(Bytes(to), before);
 }
 
 TEST(PixelBlt, ScalesThroughBothLevels) {
-  CVynImage from, to;
-  Shape(from, 3, 1, 1);
-  Shape(to, 3, 1, 1);
+  CVynImage from = Shaped(3, 1, 1);
+  CVynImage to = Shaped(3, 1, 1);
   from.SetLevel(0, 100.0, 300.0);
   to.SetLevel(0, -1.0, 1.0);
   Fill(from, [](int, int x, int) { return 100.0f + 133.0f * static_cast<float>(x); });
@@ -116,10 +97,8 @@ TEST(PixelBlt, ScalesThroughBothLevels) {
 }
 
 TEST(ToGray, WritesTheBrightnessOfTheSource) {
-  CVynImage source, image;
-  Shape(source, 5, 3, 3);
-  Shape(image, 5, 3, 3);
-  FillNoise(source, 3);
+  CVynImage source = Noise(5, 3, 3, 3);
+  CVynImage image = Shaped(5, 3, 3);
   source.CImage::SetLevel(1, 20.0, 120.0);
   image.CImage::SetLevel(0, 0.0, 65535.0);
   image.CImage::SetLevel(1, 5.0, 6.0);
@@ -131,9 +110,9 @@ TEST(ToGray, WritesTheBrightnessOfTheSource) {
                    0.114 * source.GetPixelGray256f(4, 2, 2);
   EXPECT_EQ(At(image, 0, 4, 2), static_cast<float>(v / 255.0 * 65535.0 + 0.0));
 
-  const std::string before = qmr::test::Bytes(image);
+  const std::string before = Bytes(image);
   EXPECT_TRUE(image.ToGray(&source, 0)) << "a monochrome image stays as it is";
-  EXPECT_EQ(qmr::test::Bytes(image), before);
+  EXPECT_EQ(Bytes(image), before);
 
   Opened two;
   Shape(two, 5, 3, 2);
@@ -142,45 +121,38 @@ TEST(ToGray, WritesTheBrightnessOfTheSource) {
 }
 
 TEST(ToColor, FillsFromAnySource) {
-  CVynImage mono, colour, image;
-  Shape(mono, 4, 3, 1);
-  Shape(colour, 4, 3, 3);
-  FillNoise(mono, 4);
-  FillNoise(colour, 5);
-  Shape(image, 4, 3, 1);
+  CVynImage mono = Noise(4, 3, 1, 4);
+  CVynImage colour = Noise(4, 3, 3, 5);
+  CVynImage image = Shaped(4, 3, 1);
   image.SetLevel(0, 3.0, 9.0);
   ASSERT_TRUE(image.ToColor(&colour, 0));
   EXPECT_TRUE(SamePixels(colour, image));
   EXPECT_EQ(image.GetLevelMin(2), 3.0);
   Shape(image, 4, 3, 1);
   ASSERT_TRUE(image.ToColor(&mono, 0));
-  for (int p = 0; p < 3; ++p) EXPECT_EQ(qmr::test::Pixels(image, p), qmr::test::Pixels(mono, 0));
+  for (int p = 0; p < 3; ++p) EXPECT_EQ(Pixels(image, p), Pixels(mono, 0));
   // From itself.
-  const std::vector<float> pixels = qmr::test::Pixels(mono, 0);
+  const std::vector<float> pixels = Pixels(mono, 0);
   ASSERT_TRUE(mono.ToColor(&mono, 0));
-  for (int p = 0; p < 3; ++p) EXPECT_EQ(qmr::test::Pixels(mono, p), pixels);
-  const std::string before = qmr::test::Bytes(mono);
+  for (int p = 0; p < 3; ++p) EXPECT_EQ(Pixels(mono, p), pixels);
+  const std::string before = Bytes(mono);
   EXPECT_TRUE(mono.ToColor(&colour, 0)) << "a colour image stays as it is";
-  EXPECT_EQ(qmr::test::Bytes(mono), before);
+  EXPECT_EQ(Bytes(mono), before);
 }
 
 // ---- Inversion ----------------------------------------------------------------------------------------------------
 
 class Inversion : public testing::TestWithParam<int> {
  protected:
-  Inversion() { qmr::ForceSimd(GetParam()); }
-  ~Inversion() override { qmr::ForceSimd(-1); }
+  Inversion() { ForceSimd(GetParam()); }
+  ~Inversion() override { ForceSimd(-1); }
 };
 
 TEST_P(Inversion, MirrorsWithinTheRectangle) {
   for (const CRect rect : {CRect(0, 0, 37, 5), CRect(1, 1, 4, 3), CRect(3, 0, 36, 4), CRect(-5, -5, 99, 99),
                            CRect(30, 2, 31, 3), CRect(9, 1, 9, 4), CRect(20, 4, 3, 1)}) {
-    CVynImage source;
-    CImgInvert image;
-    Shape(source, 37, 5, 2);
-    Shape(image, 37, 5, 2);
-    FillNoise(source, 7, -500.0, 3000.0);
-    FillNoise(image, 8);
+    CVynImage source = Noise(37, 5, 2, 7, -500.0, 3000.0);
+    CImgInvert image = Noise<CImgInvert>(37, 5, 2, 8);
     for (int p = 0; p < 2; ++p) {
       source.CImage::SetLevel(p, 100.0 * p, 2000.0);
       image.CImage::SetLevel(p, -3.0, 40.0 + p);
@@ -188,43 +160,31 @@ TEST_P(Inversion, MirrorsWithinTheRectangle) {
     const CImgInvert before(image);
     CRect argument = rect;
     image.Do(&source, &argument, 0);
-    for (int p = 0; p < 2; ++p) {
-      const float srcMin = 100.0f * static_cast<float>(p);
-      const float inverse = 1.0f / (2000.0f - srcMin);
-      for (int y = 0; y < 5; ++y) {
-        for (int x = 0; x < 37; ++x) {
-          const bool inside = x >= rect.left && x < rect.right && y >= rect.top && y < rect.bottom;
-          const float v = At(source, p, x, y);
-          const float expected =
-              inside
-                  ? (255.0f - (v - srcMin) * inverse * 255.0f) * 0.003921569f * (43.0f + static_cast<float>(p)) + -3.0f
-                  : At(before, p, x, y);
-          ASSERT_EQ(At(image, p, x, y), expected) << p << ": " << x << ", " << y;
-        }
-      }
-    }
+    const auto inverted = [&](int p, int x, int y) {
+      if (x < rect.left || x >= rect.right || y < rect.top || y >= rect.bottom) return At(before, p, x, y);
+      const float min = 100.0f * static_cast<float>(p), inverse = 1.0f / (2000.0f - min);
+      const float v = 255.0f - (At(source, p, x, y) - min) * inverse * 255.0f;
+      return v * 0.003921569f * (43.0f + static_cast<float>(p)) + -3.0f;
+    };
+    EXPECT_TRUE(PixelsAre(inverted, image)) << rect.left << ", " << rect.top;
   }
 }
 
 TEST_P(Inversion, IsItsOwnInverseInPlaceOnAnyNumberOfThreads) {
-  EXPECT_TRUE(qmr::test::SameForAllThreads([] {
-    CImgInvert image;
-    Shape(image, 61, 17, 3);
-    FillNoise(image, 9);
+  EXPECT_TRUE(SameForAllThreads([] {
+    CImgInvert image = Noise<CImgInvert>(61, 17, 3, 9);
     const CVynImage before(image);
     image.Do(&image, nullptr, 0);
-    const std::string once = qmr::test::Bytes(image);
+    const std::string once = Bytes(image);
     image.Do(&image, nullptr, 0);
-    EXPECT_TRUE(qmr::test::NearPixels(before, image, 1e-4));
+    EXPECT_TRUE(NearPixels(before, image, 1e-4));
     return once;
   }));
 }
 
 TEST_P(Inversion, LeavesWhatASmallerSourceLacks) {
-  CVynImage source;
-  CImgInvert image;
-  Shape(source, 3, 2, 1);
-  Shape(image, 6, 4, 3);
+  CVynImage source = Shaped(3, 2, 1);
+  CImgInvert image = Shaped<CImgInvert>(6, 4, 3);
   Fill(image, [](int, int, int) { return 1.0f; });
   image.Do(&source, nullptr, 0);
   EXPECT_EQ(At(image, 0, 2, 1), 255.0f * 0.003921569f * 255.0f);
@@ -236,3 +196,4 @@ TEST_P(Inversion, LeavesWhatASmallerSourceLacks) {
 INSTANTIATE_TEST_SUITE_P(PlainAndVector, Inversion, testing::Values(0, 2));
 
 }  // namespace
+}  // namespace qmr::test

@@ -11,18 +11,13 @@
 #include "qmrimg/image/vyn_image.h"
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Shape;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 TEST(Scales, AreExactAtTheLevelsAndNotClamped) {
-  CVynImage image;
-  Shape(image, 1, 1, 3);
+  CVynImage image = Shaped(1, 1, 3);
   image.CImage::SetLevel(1, 100.0, 1100.0);
   EXPECT_EQ(image.To256(100.0, 1), 0.0);
   EXPECT_EQ(image.To256(1100.0, 1), 255.0);
@@ -34,8 +29,7 @@ TEST(Scales, AreExactAtTheLevelsAndNotClamped) {
 }
 
 TEST(ByteReader, RoundsTiesToEvenAndHoldsAtTheLevels) {
-  CVynImage image;
-  Shape(image, 8, 1, 1);
+  CVynImage image = Shaped(8, 1, 1);
   const float values[8] = {127.5f, 126.5f, 0.0f, 255.0f, -3.0f, 300.0f, 254.5f, kNan};
   const int expected[8] = {128, 126, 0, 255, 0, 255, 254, 0};
   Fill(image, [&](int, int x, int) { return values[x]; });
@@ -53,8 +47,7 @@ TEST(ByteReader, RoundsTiesToEvenAndHoldsAtTheLevels) {
 }
 
 TEST(BrightnessReaders, WeighEachPlaneByItsOwnLevelsAndReturnThroughPlaneZero) {
-  CVynImage image;
-  Shape(image, 1, 1, 3);
+  CVynImage image = Shaped(1, 1, 3);
   image.SetLevel(0, 0.0, 510.0);
   image.SetLevel(1, 100.0, 355.0);
   image.SetLevel(2, -255.0, 0.0);
@@ -64,15 +57,13 @@ TEST(BrightnessReaders, WeighEachPlaneByItsOwnLevelsAndReturnThroughPlaneZero) {
   EXPECT_NEAR(image.GetPixelBrightRaw(0, 0), bright * 2.0, 1e-5);
 
   // Without a blue plane an image counts as monochrome here, though its colour mode says colour.
-  CVynImage two;
-  Shape(two, 1, 1, 2);
+  CVynImage two = Shaped(1, 1, 2);
   Fill(two, [](int p, int, int) { return p == 0 ? 40.0f : 90.0f; });
   EXPECT_EQ(two.GetPixelBright256f(0, 0), 40.0f);
 }
 
 TEST(GrayReadersAndWriters, TakeTheLevelRoundedToFloat) {
-  CVynImage image;
-  Shape(image, 2, 2, 1);
+  CVynImage image = Shaped(2, 2, 1);
   image.SetLevel(0, 0.1, 1000.1);
   image.SetPixelGrayRaw(1, 1, 7.25f, 0);
   EXPECT_EQ(image.GetPixelGray(1, 1, 0), 7.25f - 0.1f);
@@ -83,17 +74,15 @@ TEST(GrayReadersAndWriters, TakeTheLevelRoundedToFloat) {
 }
 
 TEST(ReadersAndWriters, StayInsideTheImage) {
-  CVynImage image;
-  Shape(image, 3, 2, 1);
-  FillNoise(image, 1, 1.0, 2.0);
-  const std::string before = qmr::test::Bytes(image);
+  CVynImage image = Noise(3, 2, 1, 1, 1.0, 2.0);
+  const std::string before = Bytes(image);
   for (const auto& [x, y, p] : {std::array{3, 0, 0}, {-1, 0, 0}, {0, 2, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}}) {
     image.SetPixelGrayRaw(x, y, 9.0f, p);
     image.SetPixelGray(x, y, 9.0f, p);
     image.SetPixelGray256f(x, y, 9.0, p);
     EXPECT_EQ(image.GetPixelGrayRaw(x, y, p), 0.0f);
   }
-  EXPECT_EQ(qmr::test::Bytes(image), before);
+  EXPECT_EQ(Bytes(image), before);
   CVynImage empty;
   EXPECT_EQ(empty.GetPixelGrayRaw(0.5, 0.5, 0), 0.0f);
   EXPECT_EQ(empty.GetPixelGray(7, 7, 0), 0.0f);
@@ -121,9 +110,7 @@ class BilinearReader : public testing::TestWithParam<std::pair<int, int>> {};
 
 TEST_P(BilinearReader, FollowsItsDefinitionEverywhere) {
   const auto [width, height] = GetParam();
-  CVynImage image;
-  Shape(image, width, height, 1);
-  FillNoise(image, 3, -100.0, 1000.0);
+  CVynImage image = Noise(width, height, 1, 3, -100.0, 1000.0);
   image.GetPixelGrayRawBufInit();
   for (double y = -1.5; y <= height + 1.0; y += 0.25) {
     for (double x = -1.5; x <= width + 1.0; x += 0.25) {
@@ -140,8 +127,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BilinearReader,
                                          std::pair{2, 2}));
 
 TEST(BilinearReader, SurvivesHostileCoordinates) {
-  CVynImage image;
-  Shape(image, 4, 4, 1);
+  CVynImage image = Shaped(4, 4, 1);
   Fill(image, [](int, int x, int y) { return static_cast<float>(x + 10 * y); });
   EXPECT_EQ(image.GetPixelGrayRaw(1e300, 1e300, 0), 33.0f);
   EXPECT_TRUE(std::isnan(image.GetPixelGrayRaw(std::nan(""), 1.0, 0)));
@@ -150,8 +136,7 @@ TEST(BilinearReader, SurvivesHostileCoordinates) {
 }
 
 TEST(CachedReader, KeepsItsRowsUntilItIsCleared) {
-  CVynImage image;
-  Shape(image, 3, 3, 2);
+  CVynImage image = Shaped(3, 3, 2);
   Fill(image, [](int p, int x, int y) { return static_cast<float>(100 * p + 10 * y + x); });
   image.GetPixelGrayRawBufInit();
   EXPECT_EQ(image.GetPixelGrayRawBuf(0.5, 0.5, 0), 5.5f);
@@ -161,9 +146,8 @@ TEST(CachedReader, KeepsItsRowsUntilItIsCleared) {
 }
 
 TEST(CachedReader, NeverReadsPixelsThatAreGone) {
-  CVynImage image, other;
-  Shape(image, 300, 300, 2);
-  Shape(other, 3, 3, 1);
+  CVynImage image = Shaped(300, 300, 2);
+  CVynImage other = Shaped(3, 3, 1);
   Fill(image, [](int, int, int) { return 7.0f; });
   Fill(other, [](int, int, int) { return 9.0f; });
   image.GetPixelGrayRawBufInit();
@@ -189,8 +173,7 @@ TEST(ReadersAndWriters, ReachNothingWhenTheFieldsDoNotFitThePixels) {
     EXPECT_EQ(image.GetPixelGrayRawBuf(0.5, 0.5, 0), 0.0f);
     image.CutOutOfLevel();
     image.CalcMinMax();
-    CImgInvert inverted;
-    Shape(inverted, 4, 4, 3);
+    CImgInvert inverted = Shaped<CImgInvert>(4, 4, 3);
     inverted.Do(&image, nullptr, 0);
     inverted.Do(nullptr, nullptr, 0);
     EXPECT_EQ(At(inverted, 0, 0, 0), 0.0f);
@@ -200,9 +183,7 @@ TEST(ReadersAndWriters, ReachNothingWhenTheFieldsDoNotFitThePixels) {
     EXPECT_EQ(image.GetPlaneImage(0), before);
   };
   for (int field = 0; field < 4; ++field) {
-    CVynImage image;
-    Shape(image, 4, 4, 3);
-    FillNoise(image, 1, 1.0, 2.0);
+    CVynImage image = Noise(4, 4, 3, 1, 1.0, 2.0);
     if (field == 0) image.SetWidth(5000);
     if (field == 1) image.SetWidth(-1);
     if (field == 2) image.SetHeight(5000);
@@ -212,17 +193,14 @@ TEST(ReadersAndWriters, ReachNothingWhenTheFieldsDoNotFitThePixels) {
     use(image);
   }
   // Planes that are only announced are no colour.
-  CVynImage mono;
-  Shape(mono, 4, 4, 1);
-  FillNoise(mono, 1, 1.0, 2.0);
+  CVynImage mono = Noise(4, 4, 1, 1, 1.0, 2.0);
   mono.SetPlanes(3);
   int x, y;
   double cx, cy;
   EXPECT_GT(mono.Get1stBrighterPixel(0, nullptr, 0.5, x, y), 0.5f);
   EXPECT_EQ(mono.GetCentroidRaw(cx, cy, nullptr), 1);
   GlobalFree(mono.GetDib(24));
-  CVynImage gray;
-  Shape(gray, 4, 4, 3);
+  CVynImage gray = Shaped(4, 4, 3);
   EXPECT_EQ(gray.ToGray(&mono, 0), 1);
   EXPECT_EQ(At(gray, 0, 2, 2), At(mono, 0, 2, 2));
   EXPECT_EQ(gray.ToColor(nullptr, 0), 0);
@@ -277,9 +255,7 @@ TEST_F(TransformedReaders, BrightnessAndMonochrome) {
   image_.GetPixelRgb256f(6, 2, 0, 0, 0.0, 1.0, 1, 1.0, &r, &g, &b, 0.0, nullptr, nullptr, nullptr);
   EXPECT_EQ(g, image_.GetPixelGray256f(6, 2, 1));
 
-  CVynImage mono;
-  Shape(mono, 3, 3, 1);
-  FillNoise(mono, 6);
+  CVynImage mono = Noise(3, 3, 1, 6);
   EXPECT_EQ(mono.GetPixelGrayRaw(1, 2, 0, 0, 0.0, 1.0, 1.0, 2, 0.0, 0, nullptr, nullptr, nullptr), At(mono, 0, 1, 2));
   mono.GetPixelRgbRaw(1, 2, 0, 0, 0.0, 1.0, 0, 1.0, &r, &g, &b, 0.0, nullptr, nullptr, nullptr);
   EXPECT_EQ(r, At(mono, 0, 1, 2));
@@ -322,3 +298,4 @@ TEST_F(TransformedReaders, OutsideGivesTheFillValue) {
 }
 
 }  // namespace
+}  // namespace qmr::test

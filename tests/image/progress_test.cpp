@@ -16,10 +16,8 @@
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::RecordingWindow;
-using qmr::test::Shape;
 
 std::vector<int> PostsOf(int total, int units, int unit = 1) {
   RecordingWindow window;
@@ -63,7 +61,7 @@ TEST(Progress, EndIsSentOnce) {
   image.ShowProgressEnd(0);
   image.ShowProgressEnd(0);
   ASSERT_EQ(window.events.size(), 2u);
-  EXPECT_EQ(window.events[1].code, qmr::kProgressEnd);
+  EXPECT_EQ(window.events[1].code, kProgressEnd);
   EXPECT_FALSE(window.events[1].hasText);
   image.ShowProgress(1);
   EXPECT_EQ(window.events.size(), 2u) << "nothing is posted behind the end";
@@ -72,10 +70,10 @@ TEST(Progress, EndIsSentOnce) {
   image.ShowProgressSetHeader(L"header");
   image.ShowProgressClearHeader();
   ASSERT_EQ(window.events.size(), 5u);
-  EXPECT_EQ(window.events[2].code, qmr::kProgressText);
+  EXPECT_EQ(window.events[2].code, kProgressText);
   EXPECT_EQ(window.events[2].text, L"準備中...");
-  EXPECT_EQ(window.events[3].code, qmr::kProgressSetHeader);
-  EXPECT_EQ(window.events[4].code, qmr::kProgressClearHeader);
+  EXPECT_EQ(window.events[3].code, kProgressSetHeader);
+  EXPECT_EQ(window.events[4].code, kProgressClearHeader);
 }
 
 TEST(Progress, WithoutAFlagNothingGoesOutAndEscIsNotLookedFor) {
@@ -114,17 +112,16 @@ TEST(Progress, EscIsSeenOnTheWindowsOwnThreadOnly) {
 
 TEST(Progress, OfAnOperationCountsRowsAndPlanesAlsoWhenEmpty) {
   for (const int threads : {1, 2, 3}) {
-    const qmr::test::Threads set(threads);
+    const Threads set(threads);
     for (const CRect rect : {CRect(0, 0, 5, 10), CRect(4, 0, 4, 10)}) {
       RecordingWindow window;
-      CImgInvert image;
-      Shape(image, 5, 10, 3);
+      CImgInvert image = Shaped<CImgInvert>(5, 10, 3);
       image.SetProgressHandle(&window);
       CRect argument = rect;
       image.Do(&image, &argument, 1);
       ASSERT_GE(window.events.size(), 2u);
       EXPECT_EQ(window.events.front().text, L"反転処理中...");
-      EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+      EXPECT_EQ(window.events.back().code, kProgressEnd);
       std::vector<int> percents = window.Percents();
       // Each of the 30 units posts; on several threads the posts of two may be one, and not in order.
       EXPECT_LE(percents.size(), 30u);
@@ -138,13 +135,13 @@ TEST(Progress, OfAnOperationCountsRowsAndPlanesAlsoWhenEmpty) {
 }
 
 TEST(Messages, CoverTheirRangeOnly) {
-  EXPECT_STREQ(qmr::MessageText(6100), L"String Table of KorImg");
-  EXPECT_STREQ(qmr::MessageText(6120), L"中央値フィルタ処理中") << "some have no dots";
-  EXPECT_STREQ(qmr::MessageText(6184), L"%.2f秒");
-  EXPECT_STREQ(qmr::MessageText(6198), L"カットオフ処理中...");
-  EXPECT_STREQ(qmr::MessageText(6099), L"");
-  EXPECT_STREQ(qmr::MessageText(6199), L"");
-  for (int id = qmr::kFirstMessage; id <= qmr::kLastMessage; ++id) EXPECT_STRNE(qmr::MessageText(id), L"") << id;
+  EXPECT_STREQ(MessageText(6100), L"String Table of KorImg");
+  EXPECT_STREQ(MessageText(6120), L"中央値フィルタ処理中") << "some have no dots";
+  EXPECT_STREQ(MessageText(6184), L"%.2f秒");
+  EXPECT_STREQ(MessageText(6198), L"カットオフ処理中...");
+  EXPECT_STREQ(MessageText(6099), L"");
+  EXPECT_STREQ(MessageText(6199), L"");
+  for (int id = kFirstMessage; id <= kLastMessage; ++id) EXPECT_STRNE(MessageText(id), L"") << id;
 }
 
 // ---- Frame --------------------------------------------------------------------------------------------------------
@@ -154,7 +151,7 @@ class Frame : public testing::TestWithParam<int> {
   Frame() : threads_(GetParam()) {}
 
  private:
-  qmr::test::Threads threads_;
+  Threads threads_;
 };
 
 TEST_P(Frame, VisitsEachRowOnceInAscendingRanges) {
@@ -162,7 +159,7 @@ TEST_P(Frame, VisitsEachRowOnceInAscendingRanges) {
     std::vector<std::atomic<int>> visits(40);
     std::vector<int> last(64, -100);
     std::atomic<bool> ascending{true};
-    qmr::ForRowsStep(top, bottom, step, [&](int y) {
+    ForRowsStep(top, bottom, step, [&](int y) {
       ++visits[static_cast<std::size_t>(y + 10)];
       int& mine = last[static_cast<std::size_t>(CParallel::GetThreadNum())];
       if (y <= mine) ascending = false;
@@ -176,38 +173,23 @@ TEST_P(Frame, VisitsEachRowOnceInAscendingRanges) {
 
 TEST_P(Frame, BringsTheFirstErrorToTheCaller) {
   for (int round = 0; round < 20; ++round) {
-    try {
-      qmr::ForRows(0, 50, [](int y) {
+    EXPECT_TRUE(Raises<CMemoryException>([] {
+      ForRows(0, 50, [](int y) {
         if (y % 10 == 3) AfxThrowMemoryException();
       });
-      FAIL();
-    } catch (CMemoryException* e) {
-      e->Delete();
-    }
+    }));
   }
 }
 
 TEST_P(Frame, TurnsLackOfMemoryIntoTheMemoryException) {
-  const auto throws = [](auto&& run) {
-    try {
-      run();
-      return false;
-    } catch (CMemoryException* e) {
-      e->Delete();
-      return true;
-    }
-  };
   const auto fail = [](int y) {
     if (y == 7) throw std::bad_alloc();
   };
-  EXPECT_TRUE(throws([&] { qmr::ForRows(0, 20, fail); }));
-  EXPECT_TRUE(throws([&] { qmr::ForRowsSerial(0, 20, fail); }));
-  EXPECT_TRUE(throws([&] { qmr::ForRowRanges(0, 20, [](int, int) { throw std::bad_alloc(); }); }));
-  using Part = std::array<char, 64>;
-  EXPECT_TRUE(throws([&] {
-    qmr::FoldRows(
-        0, 20, Part{}, [](int) -> Part { throw std::bad_alloc(); }, [](const Part& a, const Part&) { return a; });
-  }));
+  EXPECT_TRUE(Raises<CMemoryException>([&] { ForRows(0, 20, fail); }));
+  EXPECT_TRUE(Raises<CMemoryException>([&] { ForRowsSerial(0, 20, fail); }));
+  EXPECT_TRUE(Raises<CMemoryException>([] { ForRowRanges(0, 20, [](int, int) { throw std::bad_alloc(); }); }));
+  const auto part = [](int) -> double { throw std::bad_alloc(); };
+  EXPECT_TRUE(Raises<CMemoryException>([&] { FoldRows(0, 20, 0.0, part, [](double a, double) { return a; }); }));
 }
 
 TEST_P(Frame, FoldsInTheOrderOfRows) {
@@ -215,10 +197,11 @@ TEST_P(Frame, FoldsInTheOrderOfRows) {
   const auto value = [](int y) { return y % 3 == 0 ? 1e16 : y % 3 == 1 ? 1.0 : -1e16; };
   double expected = 0.0;
   for (int y = 0; y < 100; ++y) expected += value(y);
-  EXPECT_EQ(qmr::FoldRows(0, 100, 0.0, value, [](double a, double b) { return a + b; }), expected);
-  EXPECT_EQ(qmr::FoldRows(5, 5, 42.0, value, [](double a, double b) { return a + b; }), 42.0);
+  EXPECT_EQ(FoldRows(0, 100, 0.0, value, [](double a, double b) { return a + b; }), expected);
+  EXPECT_EQ(FoldRows(5, 5, 42.0, value, [](double a, double b) { return a + b; }), 42.0);
 }
 
 INSTANTIATE_TEST_SUITE_P(ThreadCounts, Frame, testing::Values(1, 2, 7, 16));
 
 }  // namespace
+}  // namespace qmr::test

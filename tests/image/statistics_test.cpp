@@ -7,21 +7,15 @@
 #include "qmrimg/image/vyn_image.h"
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
 
-using qmr::test::At;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Shape;
-
 TEST(CalcMinMax, DividesByOneRowAndOneColumnTooFewInFloat) {
-  CVynImage image;
-  Shape(image, 301, 203, 3);
-  FillNoise(image, 1, -1000.0, 60000.0);
+  CVynImage image = Noise(301, 203, 3, 1, -1000.0, 60000.0);
   image.CalcMinMax();
   for (int p = 0; p < 3; ++p) {
     float sum = 0.0f, min = At(image, p, 0, 0), max = min;
-    for (const float v : qmr::test::Pixels(image, p)) {
+    for (const float v : Pixels(image, p)) {
       sum += v;
       min = std::min(min, v);
       max = std::max(max, v);
@@ -31,16 +25,13 @@ TEST(CalcMinMax, DividesByOneRowAndOneColumnTooFewInFloat) {
     EXPECT_EQ(image.GetMaxPixel(p), max);
   }
   EXPECT_EQ(image.GetMaxPixel(3), 0.0f);
-  CVynImage line;
-  Shape(line, 5, 1, 1);
-  FillNoise(line, 1);
+  CVynImage line = Noise(5, 1, 1, 1);
   line.CalcMinMax();
   EXPECT_TRUE(std::isinf(line.GetAvrPixel(0)));
 }
 
 TEST(CalcMinMax, MarginLeavesOutTheRimAndZeros) {
-  CVynImage image;
-  Shape(image, 8, 7, 1);
+  CVynImage image = Shaped(8, 7, 1);
   Fill(image, [](int, int x, int y) {
     if (x < 2 || x >= 6 || y < 2 || y >= 5) return -999.0f;
     return (x + y) % 2 ? 0.0f : static_cast<float>(x * y);
@@ -61,9 +52,7 @@ TEST(CalcMinMax, MarginLeavesOutTheRimAndZeros) {
 }
 
 TEST(Means, KeepTheirOrderAndPrecisionOnAnyNumberOfThreads) {
-  CVynImage image;
-  Shape(image, 97, 53, 2);
-  FillNoise(image, 2, 0.0, 1e6);
+  CVynImage image = Noise(97, 53, 2, 2, 0.0, 1e6);
   image.CImage::SetLevel(1, 1000.1, 500000.0);
   float average = 0.0f;
   double squares = 0.0, sum = 0.0;
@@ -81,7 +70,7 @@ TEST(Means, KeepTheirOrderAndPrecisionOnAnyNumberOfThreads) {
     sum += rowSum;
   }
   for (const int count : {1, 2, 7}) {
-    const qmr::test::Threads threads(count);
+    const Threads threads(count);
     EXPECT_EQ(image.CalcAvr(1), average);
     EXPECT_EQ(image.CalcStdDev(1, nullptr),
               static_cast<float>(std::sqrt(squares - static_cast<double>(average * average))));
@@ -99,8 +88,7 @@ TEST(Means, KeepTheirOrderAndPrecisionOnAnyNumberOfThreads) {
 }
 
 TEST(GetMaxPixel, IsNoFindWhenTheFirstPixelIsTheLargest) {
-  CVynImage image;
-  Shape(image, 5, 4, 1);
+  CVynImage image = Shaped(5, 4, 1);
   Fill(image, [](int, int x, int y) { return x == 3 && y >= 1 ? 50.0f : 1.0f; });
   int x = 0, y = 0;
   EXPECT_EQ(image.GetMaxPixel(0, nullptr, x, y), 50.0f);
@@ -114,9 +102,8 @@ TEST(GetMaxPixel, IsNoFindWhenTheFirstPixelIsTheLargest) {
 }
 
 TEST(Get1stBrighterPixel, ScansRowsAndUsesBrightnessOnColour) {
-  CVynImage mono, colour;
-  Shape(mono, 6, 5, 1);
-  Shape(colour, 6, 5, 3);
+  CVynImage mono = Shaped(6, 5, 1);
+  CVynImage colour = Shaped(6, 5, 3);
   Fill(mono, [](int, int x, int y) { return static_cast<float>(y == 2 && x >= 4 ? 8 : y == 3 ? 20 : 0); });
   Fill(colour, [](int p, int x, int y) { return p == 1 && x == 1 && y == 4 ? 100.0f : 10.0f; });
   int x, y;
@@ -130,8 +117,7 @@ TEST(Get1stBrighterPixel, ScansRowsAndUsesBrightnessOnColour) {
 }
 
 TEST(LiftUp, MovesRowsAndLeavesTheLastOnes) {
-  CVynImage image;
-  Shape(image, 3, 5, 2);
+  CVynImage image = Shaped(3, 5, 2);
   Fill(image, [](int p, int x, int y) { return static_cast<float>(100 * p + 10 * y + x); });
   image.LiftUp(0);
   image.LiftUp(-2);
@@ -155,8 +141,7 @@ void AddStar(CVynImage& image, double cx, double cy, double background) {
 class Centroids : public testing::TestWithParam<int> {};
 
 TEST_P(Centroids, FindAStarInsideTheRectangle) {
-  CVynImage image;
-  Shape(image, 41, 31, GetParam());
+  CVynImage image = Shaped(41, 31, GetParam());
   AddStar(image, 17.3, 12.6, 20.0);
   double x, y;
   ASSERT_EQ(image.GetCentroid(x, y, nullptr), 1);
@@ -172,8 +157,7 @@ TEST_P(Centroids, FindAStarInsideTheRectangle) {
 }
 
 TEST_P(Centroids, OfAFlatWindowFail) {
-  CVynImage image;
-  Shape(image, 9, 9, GetParam());
+  CVynImage image = Shaped(9, 9, GetParam());
   Fill(image, [](int, int, int) { return 0.0f; });
   double x, y, avr, min, max, flux;
   EXPECT_EQ(image.GetCentroid(x, y, nullptr), 0);
@@ -192,8 +176,7 @@ TEST_P(Centroids, OfAFlatWindowFail) {
 INSTANTIATE_TEST_SUITE_P(Planes, Centroids, testing::Values(1, 2, 3));
 
 TEST(Centroid, NegativeValuesCountAsZeroInTheMeanOnly) {
-  CVynImage image;
-  Shape(image, 2, 1, 1);
+  CVynImage image = Shaped(2, 1, 1);
   Fill(image, [](int, int x, int) { return x ? 30.0f : -50.0f; });
   double x, y;
   // Mean (0 + 30) / 2, weight (30 - 15) squared on the right pixel only.
@@ -207,9 +190,8 @@ TEST(Centroid, NegativeValuesCountAsZeroInTheMeanOnly) {
 }
 
 TEST(Centroid2, DividesTheMeanOfColourTwice) {
-  CVynImage mono, colour;
-  Shape(mono, 20, 10, 1);
-  Shape(colour, 20, 10, 3);
+  CVynImage mono = Shaped(20, 10, 1);
+  CVynImage colour = Shaped(20, 10, 3);
   AddStar(mono, 12.0, 4.0, 50.0);
   AddStar(colour, 12.0, 4.0, 50.0);
   double x, y, avr, min, max, flux;
@@ -226,8 +208,7 @@ TEST(Centroid2, DividesTheMeanOfColourTwice) {
 }
 
 TEST(CentroidRaw, WeighsRawValuesWithoutTheLevels) {
-  CVynImage image;
-  Shape(image, 3, 2, 3);
+  CVynImage image = Shaped(3, 2, 3);
   image.CImage::SetLevel(0, 1e6, 2e6);
   Fill(image, [](int p, int x, int y) { return p == 1 && y == 1 ? static_cast<float>(x + 1) : 0.0f; });
   double x, y;
@@ -244,9 +225,8 @@ TEST(CentroidRaw, WeighsRawValuesWithoutTheLevels) {
 // ---- Fit ----------------------------------------------------------------------------------------------------------
 
 TEST(FitPrm, GivesShiftAndAngleAsFarAsThePointsGo) {
-  CVynImage image, reference;
-  Shape(image, 100, 80, 1);
-  Shape(reference, 60, 50, 1);
+  CVynImage image = Shaped(100, 80, 1);
+  CVynImage reference = Shaped(60, 50, 1);
   double dx = 1, dy = 1, angle = 1;
   EXPECT_EQ(image.GetFitPrm(&reference, dx, dy, angle), 0);
   EXPECT_EQ(dx + dy + angle, 0.0);
@@ -271,9 +251,8 @@ TEST(FitPrm, GivesShiftAndAngleAsFarAsThePointsGo) {
 }
 
 TEST(FitPrm, FromCentroids) {
-  CVynImage image, reference;
-  Shape(image, 40, 40, 1);
-  Shape(reference, 40, 40, 1);
+  CVynImage image = Shaped(40, 40, 1);
+  CVynImage reference = Shaped(40, 40, 1);
   AddStar(image, 22.0, 15.0, 10.0);
   AddStar(reference, 20.5, 18.0, 10.0);
   double dx, dy;
@@ -283,3 +262,4 @@ TEST(FitPrm, FromCentroids) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -9,13 +9,8 @@
 #include "qmrimg/levels/auto_level.h"
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Random;
-using qmr::test::Shape;
 
 float Median(CImgAutoLevel& image, int subsample, int useLuminance = 0, int plane = 0, const CRect* rect = nullptr) {
   float result = -1.0f;
@@ -39,8 +34,7 @@ float PlainMedian(const CVynImage& image, int plane, const CRect& rect, int bloc
 }
 
 TEST(Median, IsTheUpperOfTheTwoMiddlePixels) {
-  CImgAutoLevel image;
-  Shape(image, 4, 2, 1);
+  CImgAutoLevel image = Shaped<CImgAutoLevel>(4, 2, 1);
   Fill(image, [](int, int x, int y) { return static_cast<float>((3 * (4 * y + x)) % 8); });
   EXPECT_EQ(Median(image, 1), 4.0f);
   const CRect odd(0, 0, 3, 1);
@@ -61,18 +55,14 @@ TEST(Median, BlocksGrowWithTheArea) {
   };
   for (const auto& [width, height, block] : {Case{250, 200, 1}, Case{50001, 1, 1}, Case{500, 240, 1}, Case{500, 300, 2},
                                              Case{333, 1001, 2}, Case{701, 803, 3}}) {
-    CImgAutoLevel image;
-    Shape(image, width, height, 1);
-    FillNoise(image, 31, 100.0, 60000.0);
+    CImgAutoLevel image = Noise<CImgAutoLevel>(width, height, 1, 31, 100.0, 60000.0);
     EXPECT_EQ(Median(image, 1), PlainMedian(image, 0, CRect(0, 0, width, height), block)) << width << " x " << height;
     EXPECT_EQ(Median(image, 0), PlainMedian(image, 0, CRect(0, 0, width, height), 1));
   }
 }
 
 TEST(Median, LuminanceWeighsRawPixels) {
-  CImgAutoLevel image;
-  Shape(image, 2500, 3, 3);
-  FillNoise(image, 32);
+  CImgAutoLevel image = Noise<CImgAutoLevel>(2500, 3, 3, 32);
   // Levels play no part.
   image.SetLevel(0, 10.0, 20.0);
   image.SetLevel(1, -5.0, 900.0);
@@ -111,9 +101,7 @@ TEST(SiteMedians, BayerPositionsInOrder) {
   // Between 50000 and 200000 pixels the formula gives 0, which counts as 1.
   for (const auto& [width, height, block] :
        {Case{12, 9, 1}, Case{301, 201, 1}, Case{801, 603, 1}, Case{1003, 805, 2}}) {
-    CImgAutoLevel image;
-    Shape(image, width, height, 1);
-    FillNoise(image, 33, 0.0, 4095.0);
+    CImgAutoLevel image = Noise<CImgAutoLevel>(width, height, 1, 33, 0.0, 4095.0);
     float result[4] = {};
     image.GetMedianBayer(result, 1);
     for (int site = 0; site < 4; ++site)
@@ -121,16 +109,14 @@ TEST(SiteMedians, BayerPositionsInOrder) {
                 static_cast<float>(PlainSiteMedian(image, CRect(0, 0, width, height), 2, site / 2, site % 2, block)))
           << width << " x " << height << ", site " << site;
   }
-  CImgAutoLevel tiny;
-  Shape(tiny, 1, 5, 1);
+  CImgAutoLevel tiny = Shaped<CImgAutoLevel>(1, 5, 1);
   float result[4] = {9, 9, 9, 9};
   tiny.GetMedianBayer(result, 1);
   EXPECT_EQ(result[0], 0.0f);
 }
 
 TEST(SiteMedians, HoneycombGainsAreAtLeastOne) {
-  CImgAutoLevel image;
-  Shape(image, 1541, 1325, 1);
+  CImgAutoLevel image = Shaped<CImgAutoLevel>(1541, 1325, 1);
   Random random(34);
   Fill(image,
        [&](int, int x, int y) { return static_cast<float>(100 + 40 * (y % 4) + 17 * (x % 4) + random.Uniform()); });
@@ -151,16 +137,14 @@ TEST(SiteMedians, HoneycombGainsAreAtLeastOne) {
     EXPECT_EQ(gains[bordered ? 5 : 7], 1.0);
   }
   double nothing[8];
-  CImgAutoLevel tiny;
-  Shape(tiny, 90, 50, 1);
+  CImgAutoLevel tiny = Shaped<CImgAutoLevel>(90, 50, 1);
   tiny.GetHeader()->SetCameraModel(L"FinePixS2Pro");
   tiny.GetMedianHoneyComb(nothing, 1);
   EXPECT_TRUE(std::isnan(nothing[0]));
 }
 
 TEST(Ranges, CountAndDeviations) {
-  CImgAutoLevel image;
-  Shape(image, 5, 1, 3);
+  CImgAutoLevel image = Shaped<CImgAutoLevel>(5, 1, 3);
   Fill(image, [](int plane, int x, int) { return static_cast<float>(plane == 1 ? 2 * x : x); });
   int count = -1;
   double sigma = -1.0;
@@ -184,8 +168,7 @@ TEST(Ranges, CountAndDeviations) {
 
 TEST(Mode, IsTheFirstHighestBinWithItsEnds) {
   // 4000 pixels: 0, then 100 once, 1000 twice as a peak of 2000 pixels with shoulders, then a far 5000.
-  CImgAutoLevel image;
-  Shape(image, 4000, 1, 1);
+  CImgAutoLevel image = Shaped<CImgAutoLevel>(4000, 1, 1);
   Fill(image, [](int, int x, int) {
     if (x == 0) return 0.0f;
     if (x == 1) return 5000.0f;
@@ -205,8 +188,7 @@ TEST(Mode, IsTheFirstHighestBinWithItsEnds) {
   image.GetMode(&mode, nullptr, nullptr, 0, 0, nullptr);
   EXPECT_FLOAT_EQ(mode, 51 * 5000.0f / 256);
 
-  CImgAutoLevel flat;
-  Shape(flat, 9, 9, 1);
+  CImgAutoLevel flat = Shaped<CImgAutoLevel>(9, 9, 1);
   Fill(flat, [](int, int, int) { return 7.0f; });
   flat.GetMode(&mode, &low, &high, 0, 0, nullptr);
   EXPECT_EQ(mode, 7.0f);
@@ -215,3 +197,4 @@ TEST(Mode, IsTheFirstHighestBinWithItsEnds) {
 }
 
 }  // namespace
+}  // namespace qmr::test

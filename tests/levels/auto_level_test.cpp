@@ -9,14 +9,8 @@
 #include "qmrimg/levels/auto_stretch.h"
 #include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Bytes;
-using qmr::test::Fill;
-using qmr::test::FillNoise;
-using qmr::test::Random;
-using qmr::test::Shape;
 
 // 100 x 50 pixels of the values 0 .. 4999, each once: one a bin.
 void FillRamp(CVynImage& image, double scale = 1.0, double offset = 0.0) {
@@ -44,8 +38,7 @@ TEST(Percentiles, EveryBinCountsOneMoreThanItHolds) {
   EXPECT_NEAR(image.GetLevelMax(0), 4500.0 / 5000 * 4999, 2.0);
 
   // 5000 pixels of one value and one far above: half of 10001 is met in the middle of the empty bins.
-  CImgAutoLevel lone;
-  Shape(lone, 5001, 1, 1);
+  CImgAutoLevel lone = Shaped<CImgAutoLevel>(5001, 1, 1);
   Fill(lone, [](int, int x, int) { return x == 0 ? 5000.0f : 0.0f; });
   lone.DoByNormal(0.6, 0.6, 0, nullptr);
   // T = 6000: 5000 + (i + 1) exceeds it first at i = 1000. From above T = 4000: 1 + (4999 - i + 1) first at i = 1000.
@@ -71,8 +64,7 @@ TEST(Percentiles, QueriesReverseThem) {
 }
 
 TEST(Percentiles, LuminanceMovesAllPlanesTogether) {
-  CImgAutoLevel image;
-  Shape(image, 100, 50, 3);
+  CImgAutoLevel image = Shaped<CImgAutoLevel>(100, 50, 3);
   Fill(image, [](int plane, int x, int y) { return static_cast<float>((100 * y + x) * (plane + 1)); });
   for (int p = 0; p < 3; ++p) image.SetLevel(p, 0.0, 5000.0 * (p + 1));
   // All planes are equal on the 256-scale, so the luminance is plane 0 on the raw scale.
@@ -166,8 +158,7 @@ TEST_F(MeanLevels, OnLuminanceAndBack) {
 }
 
 TEST_F(MeanLevels, FlatAndEmptyGoOnAsTheyCome) {
-  CImgAutoLevel flat;
-  Shape(flat, 4, 4, 1);
+  CImgAutoLevel flat = Shaped<CImgAutoLevel>(4, 4, 1);
   Fill(flat, [](int, int, int) { return 9.0f; });
   double low = 0.0, high = 0.0;
   flat.Get(low, high, 1, nullptr);
@@ -178,7 +169,7 @@ TEST_F(MeanLevels, FlatAndEmptyGoOnAsTheyCome) {
 }
 
 TEST_F(MeanLevels, TheSameForAllThreads) {
-  EXPECT_TRUE(qmr::test::SameForAllThreads([&] {
+  EXPECT_TRUE(SameForAllThreads([&] {
     double results[8] = {};
     image.Get(results[0], results[1], 0, nullptr);
     image.Get(results[2], results[3], 1, nullptr);
@@ -269,9 +260,7 @@ TEST_F(HistogramLevels, BalanceOfLuminance) {
 }
 
 TEST(AutoLevel, TwoPlanesHaveNoLuminance) {
-  CImgAutoLevel image;
-  Shape(image, 30, 20, 2);
-  FillNoise(image, 44, 0.0, 100.0);
+  CImgAutoLevel image = Noise<CImgAutoLevel>(30, 20, 2, 44, 0.0, 100.0);
   double low = 0.0, high = 0.0;
   image.DoByNormal(0.1, 0.9, 0, nullptr);
   image.DoByMean(1.0, 1.0, 0, nullptr);
@@ -282,28 +271,23 @@ TEST(AutoLevel, TwoPlanesHaveNoLuminance) {
 }
 
 TEST(AutoStretch, ScalesByTheLargestWeight) {
-  CVynImage source;
-  Shape(source, 12, 9, 3);
-  FillNoise(source, 45);
-  CImgAutoStretch image;
-  Shape(image, 12, 9, 3);
+  CVynImage source = Noise(12, 9, 3, 45);
+  CImgAutoStretch image = Shaped<CImgAutoStretch>(12, 9, 3);
   double gain[3] = {1.0, 2.0, 0.5}, offsetIn[3] = {10.0, -20.0, 0.25}, weight[3] = {2.0, 8.0, 4.0},
          offsetOut[3] = {0.1, 100.0, -3.0};
   tagRECT rect{-4, 2, 8, 90};
   image.DoStretch(&source, gain, offsetIn, weight, offsetOut, &rect);
   const double scale[3] = {4.0, 2.0, 1.0};
-  for (int p = 0; p < 3; ++p) {
-    for (int y = 0; y < 9; ++y) {
-      for (int x = 0; x < 12; ++x) {
-        const double d =
-            (At(source, p, x, y) - offsetIn[p]) * scale[p] + static_cast<double>(static_cast<float>(offsetOut[p]));
-        ASSERT_EQ(At(image, p, x, y), x < 8 && y >= 2 ? static_cast<float>(d) : 0.0f);
-      }
-    }
-  }
+  const auto stretched = [&](int p, int x, int y) {
+    if (x >= 8 || y < 2) return 0.0f;
+    return static_cast<float>((At(source, p, x, y) - offsetIn[p]) * scale[p] +
+                              static_cast<double>(static_cast<float>(offsetOut[p])));
+  };
+  EXPECT_TRUE(PixelsAre(stretched, image));
   const std::string before = Bytes(image);
   image.DoStretch(&source, gain, offsetIn, weight, offsetOut, nullptr);
   EXPECT_EQ(Bytes(image), before);
 }
 
 }  // namespace
+}  // namespace qmr::test

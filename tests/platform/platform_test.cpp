@@ -14,7 +14,9 @@
 #include "qmrimg/platform/message_box.h"
 #include "qmrimg/platform/text.h"
 #include "qmrimg/platform/truncate.h"
+#include "tests/support/images.h"
 
+namespace qmr::test {
 namespace {
 
 TEST(Text, CutsAndSearchesWithinItsLength) {
@@ -50,9 +52,9 @@ TEST(Text, FormatsAnyLength) {
 
 TEST(Text, Utf8GoesThereAndBack) {
   const std::wstring wide = L"aé星\U0001F320";
-  EXPECT_EQ(qmr::WidenUtf8(qmr::NarrowUtf8(wide)), wide);
-  EXPECT_EQ(qmr::WidenUtf8("a\xFFz"), L"a\uFFFDz");
-  EXPECT_EQ(qmr::WidenUtf8("\xE6\x98").front(), L'\uFFFD') << "cut in the middle";
+  EXPECT_EQ(WidenUtf8(NarrowUtf8(wide)), wide);
+  EXPECT_EQ(WidenUtf8("a\xFFz"), L"a\uFFFDz");
+  EXPECT_EQ(WidenUtf8("\xE6\x98").front(), L'\uFFFD') << "cut in the middle";
 }
 
 TEST(Array, RaisesTheInvalidArgumentExceptionOutside) {
@@ -62,12 +64,7 @@ TEST(Array, RaisesTheInvalidArgumentExceptionOutside) {
   array.SetAt(1, 5);
   EXPECT_EQ(array.Add(7), 3);
   for (const int index : {-1, 4}) {
-    try {
-      array[index] = 1;
-      ADD_FAILURE();
-    } catch (CInvalidArgException* e) {
-      e->Delete();
-    }
+    EXPECT_TRUE(Raises<CInvalidArgException>([&] { array[index] = 1; }));
   }
 }
 
@@ -76,12 +73,7 @@ TEST(Array, LackOfMemoryIsTheMemoryException) {
     Starved() { throw std::bad_alloc(); }
   };
   CArray<Starved> array;
-  try {
-    array.SetSize(2);
-    ADD_FAILURE();
-  } catch (CMemoryException* e) {
-    e->Delete();
-  }
+  EXPECT_TRUE(Raises<CMemoryException>([&] { array.SetSize(2); }));
   EXPECT_EQ(array.GetSize(), 0);
 }
 
@@ -93,45 +85,31 @@ TEST(Points, TruncateTowardsZeroWhateverTheValue) {
   const CPoint& base = point;
   EXPECT_EQ(base.y, 3);
   EXPECT_EQ(CfPoint(7, 8).y, 8.0);
-  EXPECT_EQ(qmr::TruncateToInt(std::nan("")), 0);
-  EXPECT_EQ(qmr::TruncateToInt(1e300), INT_MAX);
-  EXPECT_EQ(qmr::TruncateToInt(-std::numeric_limits<double>::infinity()), INT_MIN);
-}
-
-TEST(GlobalMemory, CountsLocks) {
-  const HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 100);
-  ASSERT_NE(block, nullptr);
-  EXPECT_EQ(GlobalSize(block), 100u);
-  EXPECT_EQ(static_cast<char*>(GlobalLock(block))[99], 0);
-  GlobalLock(block);
-  EXPECT_EQ(GlobalUnlock(block), 1);
-  EXPECT_EQ(GlobalUnlock(block), 0);
-  EXPECT_EQ(GlobalFree(block), nullptr);
-  EXPECT_EQ(GlobalLock(nullptr), nullptr);
+  EXPECT_EQ(TruncateToInt(std::nan("")), 0);
+  EXPECT_EQ(TruncateToInt(1e300), INT_MAX);
+  EXPECT_EQ(TruncateToInt(-std::numeric_limits<double>::infinity()), INT_MIN);
 }
 
 TEST(MessageBox, GoesThroughTheHook) {
-  static std::wstring shown;
-  static unsigned shownFlags;
-  qmr::SetMessageBoxHook(
-      [](const wchar_t* text, unsigned flags, void*) {
-        shown = text;
-        shownFlags = flags;
-        return 42;
+  unsigned shown = 0;
+  SetMessageBoxHook(
+      [](const wchar_t* text, unsigned flags, void* context) {
+        *static_cast<unsigned*>(context) = flags;
+        return text == std::wstring(L"処理がキャンセルされました。") ? 42 : 0;
       },
-      nullptr);
+      &shown);
   EXPECT_EQ(AfxMessageBox(6149, MB_ICONINFORMATION, static_cast<unsigned>(-1)), 42);
-  EXPECT_EQ(shown, L"処理がキャンセルされました。");
-  EXPECT_EQ(shownFlags, 64u);
-  qmr::SetMessageBoxHook(nullptr, nullptr);
+  EXPECT_EQ(shown, 64u);
+  SetMessageBoxHook(nullptr, nullptr);
 }
 
-// ---- Devices ------------------------------------------------------------------------------------------------------
+// ---- Devices
+// ------------------------------------------------------------------------------------------------------
 
 // A window of `bits` bits with a colour ramp.
 void PaintRamp(CWnd& window, int width, int height) {
   ASSERT_TRUE(window.SetClientSize(width, height));
-  const qmr::DeviceBitmap& bitmap = *window.GetDC()->GetCurrentBitmap();
+  const DeviceBitmap& bitmap = *window.GetDC()->GetCurrentBitmap();
   for (int y = 0; y < height; ++y)
     for (int i = 0; i < width * bitmap.bitCount / 8; ++i) bitmap.Line(y)[i] = static_cast<BYTE>(37 * i + 11 * y + 1);
 }
@@ -144,9 +122,9 @@ TEST_P(Devices, CombineBitsWithinBothBitmaps) {
   PaintRamp(from, 9, 7);
   PaintRamp(to, 6, 5);
   const int bytes = bits / 8;
-  const qmr::DeviceBitmap& source = *from.GetDC()->GetCurrentBitmap();
-  const qmr::DeviceBitmap& target = *to.GetDC()->GetCurrentBitmap();
-  const auto byte = [bytes](const qmr::DeviceBitmap& b, int x, int y, int k) { return b.Line(y)[x * bytes + k]; };
+  const DeviceBitmap& source = *from.GetDC()->GetCurrentBitmap();
+  const DeviceBitmap& target = *to.GetDC()->GetCurrentBitmap();
+  const auto byte = [bytes](const DeviceBitmap& b, int x, int y, int k) { return b.Line(y)[x * bytes + k]; };
   std::vector<BYTE> before(target.bits, target.bits + target.lineBytes * target.height);
   // Target columns -2..7, source columns 1..10 of 9.
   ASSERT_TRUE(to.GetDC()->BitBlt(-2, 1, 10, 20, from.GetDC(), 1, -1, rop));
@@ -198,3 +176,4 @@ TEST(Device, ConvertsBetweenDepths) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -13,11 +13,8 @@
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::Random;
-using qmr::test::SamePixels;
 
 tagBayerStruct Arguments(int pattern, int margin = 3) {
   tagBayerStruct bayer{};
@@ -64,7 +61,7 @@ class OpenBayer : public CImgBayerToRgb {
 
 testing::AssertionResult DevelopsLikeTwin(const CVynImage& mosaic, const tagBayerStruct& bayer) {
   CVynImage expected;
-  qmr::test::DevelopSlowly(mosaic, bayer, expected);
+  DevelopSlowly(mosaic, bayer, expected);
   CImgBayerToRgb image;
   CVynImage source(mosaic);
   if (!image.Do(bayer, &source, 0)) return testing::AssertionFailure() << "Do failed";
@@ -76,10 +73,9 @@ TEST(Bayer, EqualsTheDevelopmentInBands) {
     for (int width = 7; width <= 20; ++width) {
       for (int height = 7; height <= 17; ++height) {
         Random random(static_cast<std::uint64_t>((pattern * 64 + width) * 64 + height));
-        CVynImage mosaic;
-        qmr::test::Shape(mosaic, width, height, 1);
+        CVynImage mosaic = Shaped(width, height, 1);
         // A wide range, so that the precision of sums and their order show.
-        qmr::test::Fill(mosaic, [&](int, int, int) {
+        Fill(mosaic, [&](int, int, int) {
           return static_cast<float>(random.Uniform(-1.0, 1.0) * std::pow(10.0, random.Integer(-3, 6)));
         });
         tagBayerStruct bayer = Arguments(pattern);
@@ -100,10 +96,9 @@ TEST(Bayer, BlackLevelBitsGainsKneeAndLimitsCombine) {
   double gains[4] = {1.9, 1.0, 0.8, 1.4};
   for (const int bits : {12, 14, -32}) {
     const double full = bits == 14 ? 16383.0 : 4095.0;
-    CVynImage mosaic;
-    qmr::test::Shape(mosaic, 41, 30, 1);
+    CVynImage mosaic = Shaped(41, 30, 1);
     mosaic.SetLevel(0, 100.0, 3000.0);
-    qmr::test::FillNoise(mosaic, 7, -0.1 * full, 1.1 * full);
+    FillNoise(mosaic, 7, -0.1 * full, 1.1 * full);
     for (int flags = 0; flags < 64; ++flags) {
       tagBayerStruct bayer = Arguments(flags % 4 + 1, 4);
       bayer.srcBits = bits;
@@ -124,17 +119,14 @@ TEST(Bayer, BlackLevelBitsGainsKneeAndLimitsCombine) {
 TEST(Bayer, TileMembersMakeTheSamePixels) {
   double gains[4] = {1.5, 1.0, 1.1, 2.5};
   for (int pattern = 1; pattern <= 4; ++pattern) {
-    OpenBayer mosaic;
-    qmr::test::Shape(mosaic, 31 + pattern % 2, 20, 1);
-    qmr::test::FillNoise(mosaic, 11, 0.0, 16383.0);
+    OpenBayer mosaic = Noise<OpenBayer>(31 + pattern % 2, 20, 1, 11, 0.0, 16383.0);
     tagBayerStruct bayer = Arguments(pattern);
     bayer.srcBits = 14;
     bayer.dstBits = 16;
     bayer.useGain = bayer.useKnee = pattern > 2;
     bayer.clip = 1;
     bayer.gains = gains;
-    OpenBayer tiles;
-    qmr::test::Shape(tiles, mosaic.GetWidth() - 6, 14, 3);
+    OpenBayer tiles = Shaped<OpenBayer>(mosaic.GetWidth() - 6, 14, 3);
     ASSERT_TRUE(tiles.DevelopByTiles(mosaic, bayer, 0.0f, 65535.0f));
     CImgBayerToRgb image;
     ASSERT_TRUE(image.Do(bayer, &mosaic, 0));
@@ -143,14 +135,12 @@ TEST(Bayer, TileMembersMakeTheSamePixels) {
 }
 
 TEST(Bayer, ThreadsChangeNothing) {
-  CVynImage mosaic;
-  qmr::test::Shape(mosaic, 203, 53, 1);
-  qmr::test::FillNoise(mosaic, 3);
+  CVynImage mosaic = Noise(203, 53, 1, 3);
   EXPECT_TRUE(DevelopsLikeTwin(mosaic, Arguments(2)));
-  EXPECT_TRUE(qmr::test::SameForAllThreads([&] {
+  EXPECT_TRUE(SameForAllThreads([&] {
     CImgBayerToRgb image;
     image.Do(Arguments(2), &mosaic, 0);
-    return qmr::test::Bytes(image);
+    return Bytes(image);
   }));
 }
 
@@ -158,11 +148,10 @@ TEST(Bayer, ThreadsChangeNothing) {
 TEST(Bayer, ColoursComeOutInTheirPlanes) {
   const float colour[3] = {900.0f, 500.0f, 200.0f};
   for (int pattern = 1; pattern <= 4; ++pattern) {
-    CImgBayerToRgb image;
-    qmr::test::Shape(image, 20, 16, 1);
+    CImgBayerToRgb image = Shaped<CImgBayerToRgb>(20, 16, 1);
     const bool firstRow = pattern > 2;
     const bool firstColumn = pattern == 2 || pattern == 3;
-    qmr::test::Fill(image, [&](int, int x, int y) {
+    Fill(image, [&](int, int x, int y) {
       const bool row = (y % 2 != 0) == firstRow;
       const bool column = (x % 2 != 0) == firstColumn;
       return colour[row != column ? 1 : row ? 0 : 2];
@@ -170,13 +159,12 @@ TEST(Bayer, ColoursComeOutInTheirPlanes) {
     ASSERT_TRUE(image.Do(Arguments(pattern), 0));
     ASSERT_EQ(image.GetPlanes(), 3);
     for (int p = 0; p < 3; ++p)
-      for (const float v : qmr::test::Pixels(image, p)) EXPECT_NEAR(v, colour[p], 1e-3) << "pattern " << pattern;
+      for (const float v : Pixels(image, p)) EXPECT_NEAR(v, colour[p], 1e-3) << "pattern " << pattern;
   }
-  CImgBayerToRgb grey;
-  qmr::test::Shape(grey, 20, 16, 1);
-  qmr::test::Fill(grey, [](int, int, int) { return 777.25f; });
+  CImgBayerToRgb grey = Shaped<CImgBayerToRgb>(20, 16, 1);
+  Fill(grey, [](int, int, int) { return 777.25f; });
   ASSERT_TRUE(grey.Do(Arguments(4), 0));
-  EXPECT_THAT(qmr::test::Pixels(grey, 1), testing::Each(777.25f));
+  EXPECT_THAT(Pixels(grey, 1), testing::Each(777.25f));
 }
 
 TEST(Bayer, RowsThatNoPairCoversAreZero) {
@@ -185,9 +173,8 @@ TEST(Bayer, RowsThatNoPairCoversAreZero) {
     std::vector<int> zeroRows;
   };
   for (const Case& c : {Case{16, 3, {}}, Case{16, 4, {0}}, Case{17, 3, {10}}, Case{17, 4, {0, 9}}, Case{7, 3, {0}}}) {
-    CImgBayerToRgb image;
-    qmr::test::Shape(image, 12, c.height, 1);
-    qmr::test::Fill(image, [](int, int, int) { return 5.0f; });
+    CImgBayerToRgb image = Shaped<CImgBayerToRgb>(12, c.height, 1);
+    Fill(image, [](int, int, int) { return 5.0f; });
     tagBayerStruct bayer = Arguments(1);
     bayer.topMargin = c.topMargin;
     ASSERT_TRUE(image.Do(bayer, 0));
@@ -199,12 +186,10 @@ TEST(Bayer, RowsThatNoPairCoversAreZero) {
 }
 
 TEST(Bayer, BadArgumentsChangeNothing) {
-  qmr::test::RecordingWindow window;
-  CImgBayerToRgb image;
-  qmr::test::Shape(image, 12, 10, 1);
-  qmr::test::FillNoise(image, 5);
+  RecordingWindow window;
+  CImgBayerToRgb image = Noise<CImgBayerToRgb>(12, 10, 1, 5);
   image.SetProgressHandle(&window);
-  const std::string before = qmr::test::Bytes(image);
+  const std::string before = Bytes(image);
   std::vector<tagBayerStruct> bad(12, Arguments(1));
   bad[0].pattern = 0;
   bad[1].pattern = 5;
@@ -223,29 +208,28 @@ TEST(Bayer, BadArgumentsChangeNothing) {
     bad[i].blackLevel = 1.0f;
     EXPECT_EQ(image.Do(bad[i], 1), 0) << i;
   }
-  EXPECT_EQ(qmr::test::Bytes(image), before);
+  EXPECT_EQ(Bytes(image), before);
   EXPECT_TRUE(window.events.empty());
   OpenBayer small;
   tagBayerStruct bayer = Arguments(1);
   for (const auto& [width, height, accepted] : {std::tuple{5, 9, 0}, {9, 5, 0}, {6, 6, 1}}) {
-    qmr::test::Shape(small, width, height, 1);
+    Shape(small, width, height, 1);
     EXPECT_EQ(small.ArgCheck(&bayer), accepted) << width << " x " << height;
   }
   EXPECT_EQ(CImgBayerToRgb().Do(Arguments(1), nullptr, 0), 0);
 }
 
 TEST(Bayer, ReportsUnitsAsAnnounced) {
-  qmr::test::RecordingWindow window;
-  CImgBayerToRgb image;
-  qmr::test::Shape(image, 12, 307, 1);
+  RecordingWindow window;
+  CImgBayerToRgb image = Shaped<CImgBayerToRgb>(12, 307, 1);
   image.SetProgressHandle(&window);
-  const qmr::test::Threads one(1);
+  const Threads one(1);
   tagBayerStruct bayer = Arguments(1);
   bayer.useGamma = 1;
   ASSERT_TRUE(image.Do(bayer, 1));
   ASSERT_GE(window.events.size(), 3u);
   EXPECT_EQ(window.events.front().text, L"カラー画像に展開中...");
-  EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
+  EXPECT_EQ(window.events.back().code, kProgressEnd);
   // 300 rows in pairs, ten steps of 3, three planes of 301 rows for the gamma.
   const std::vector<int> percents = window.Percents();
   ASSERT_FALSE(percents.empty());
@@ -257,9 +241,8 @@ TEST(Bayer, ReportsUnitsAsAnnounced) {
 
 TEST(Bayer, GammaBendsWithinTheRange) {
   // Sixteen-bit results: the range is 0..65535. The value is uniform, so development leaves it.
-  CImgBayerToRgb image;
-  qmr::test::Shape(image, 12, 12, 1);
-  qmr::test::Fill(image, [](int, int, int) { return 1023.75f; });
+  CImgBayerToRgb image = Shaped<CImgBayerToRgb>(12, 12, 1);
+  Fill(image, [](int, int, int) { return 1023.75f; });
   tagBayerStruct bayer = Arguments(1);
   bayer.srcBits = 12;
   bayer.dstBits = 16;
@@ -269,9 +252,8 @@ TEST(Bayer, GammaBendsWithinTheRange) {
   EXPECT_NEAR(At(image, 1, 2, 2), 65535.0 * 0.5, 0.01);
 
   // Floating-point results: the range is that of all planes, without the last of an odd number of rows.
-  CImgBayerToRgb ramp;
-  qmr::test::Shape(ramp, 12, 13, 1);
-  qmr::test::Fill(ramp, [](int, int, int y) { return static_cast<float>(10 * y); });
+  CImgBayerToRgb ramp = Shaped<CImgBayerToRgb>(12, 13, 1);
+  Fill(ramp, [](int, int, int y) { return static_cast<float>(10 * y); });
   bayer = Arguments(1);
   bayer.isMono = 1;
   CImgBayerToRgb plain;
@@ -292,15 +274,14 @@ TEST(Bayer, GammaBendsWithinTheRange) {
 
 TEST(Bayer, GainsBringMediansToGreen) {
   const float sites[4] = {100.0f, 300.0f, 500.0f, 50.0f};
-  CImgBayerToRgb image;
-  qmr::test::Shape(image, 40, 30, 1);
-  qmr::test::Fill(image, [&](int, int x, int y) { return sites[y % 2 * 2 + x % 2]; });
+  CImgBayerToRgb image = Shaped<CImgBayerToRgb>(40, 30, 1);
+  Fill(image, [&](int, int x, int y) { return sites[y % 2 * 2 + x % 2]; });
   double gains[4] = {};
   ASSERT_TRUE(image.GetGain(1, gains));
   EXPECT_THAT(gains, testing::ElementsAre(4.0, 1.0, 1.0, 8.0));
   ASSERT_TRUE(image.GetGain(4, gains));
   EXPECT_THAT(gains, testing::ElementsAre(1.0, 0.25, static_cast<double>(75.0f / 500.0f), 1.0));
-  qmr::test::Fill(image, [&](int, int x, int y) { return y % 2 + x % 2 == 2 ? 0.5f : sites[y % 2 * 2 + x % 2]; });
+  Fill(image, [&](int, int x, int y) { return y % 2 + x % 2 == 2 ? 0.5f : sites[y % 2 * 2 + x % 2]; });
   ASSERT_TRUE(image.GetGain(3, gains));
   EXPECT_THAT(gains, testing::ElementsAre(4.0, 1.0, 1.0, 1.0));
   EXPECT_EQ(image.GetGain(5, gains), 0);
@@ -309,9 +290,8 @@ TEST(Bayer, GainsBringMediansToGreen) {
 
 TEST(Bayer, FlatMosaicWithAutomaticRangeStaysDefined) {
   // The scale is infinite and 0 times it is not a number, which stands; nothing may crash or hang.
-  CImgBayerToRgb image;
-  qmr::test::Shape(image, 12, 12, 1);
-  qmr::test::Fill(image, [](int, int, int) { return 100.0f; });
+  CImgBayerToRgb image = Shaped<CImgBayerToRgb>(12, 12, 1);
+  Fill(image, [](int, int, int) { return 100.0f; });
   tagBayerStruct bayer = Arguments(1);
   bayer.srcBits = 12;
   bayer.dstBits = 16;
@@ -321,3 +301,4 @@ TEST(Bayer, FlatMosaicWithAutomaticRangeStaysDefined) {
 }
 
 }  // namespace
+}  // namespace qmr::test

@@ -12,19 +12,15 @@
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
 
+namespace qmr::test {
 namespace {
-
-using qmr::test::At;
-using qmr::test::FillNoise;
-using qmr::test::SamePixels;
-using qmr::test::Shape;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 // `image` with every pixel replaced by `value(p, x, y)`.
 CVynImage Expected(const CVynImage& image, const std::function<float(int, int, int)>& value) {
   CVynImage expected(image);
-  qmr::test::Fill(expected, value);
+  Fill(expected, value);
   return expected;
 }
 
@@ -41,12 +37,8 @@ float Flattened(float v, float f, float average, float pedestal) {
 
 TEST(Calibration, DarkNeverGoesBelowZero) {
   for (const int darkPlanes : {1, 3}) {
-    CVynImage image;
-    CVynImage dark;
-    Shape(image, 37, 9, 3);
-    Shape(dark, 37, 9, darkPlanes);
-    FillNoise(image, 1);
-    FillNoise(dark, 2);
+    CVynImage image = Noise(37, 9, 3, 1);
+    CVynImage dark = Noise(37, 9, darkPlanes, 2);
     image.SetPixelGrayRaw(3, 2, At(dark, darkPlanes - 1, 3, 2), 2);
     image.SetPixelGrayRaw(4, 2, kNan, 2);
     const CVynImage expected = Expected(image, [&](int p, int x, int y) {
@@ -61,12 +53,8 @@ TEST(Calibration, DarkNeverGoesBelowZero) {
 }
 
 TEST(Calibration, ShortFlatUsesTheMeanOfPlane0ForAllPlanes) {
-  CVynImage image;
-  CVynImage flat;
-  Shape(image, 19, 11, 3);
-  Shape(flat, 19, 11, 3);
-  FillNoise(image, 1);
-  FillNoise(flat, 2, 50.0, 100.0);
+  CVynImage image = Noise(19, 11, 3, 1);
+  CVynImage flat = Noise(19, 11, 3, 2, 50.0, 100.0);
   flat.SetPixelGrayRaw(0, 0, 0.0f, 1);
   flat.SetPixelGrayRaw(1, 0, -4.0f, 1);
   flat.SetPixelGrayRaw(2, 0, kNan, 1);
@@ -77,74 +65,38 @@ TEST(Calibration, ShortFlatUsesTheMeanOfPlane0ForAllPlanes) {
   EXPECT_TRUE(SamePixels(expected, image));
 }
 
+// With its own levels, the single step is that of the pass for both frames. A plane without contrast switches the flat
+// off for itself and all later planes.
 TEST(Calibration, FullFlatTakesEachPlanesLevels) {
-  for (const float pedestal : {0.0f, 0.3f}) {
-    for (const double gamma : {-1.0, 0.0, 0.7, 2.2}) {
-      for (const int planes : {1, 3}) {
-        CVynImage image;
-        CVynImage flat;
-        Shape(image, 19, 11, 3);
-        Shape(flat, 19, 11, planes);
-        FillNoise(image, 1);
-        FillNoise(flat, 2, -20.0, 100.0);
-        CVynImage levels(flat);
-        levels.CalcMinMax();
-        const CVynImage expected = Expected(image, [&](int p, int x, int y) {
-          const int q = planes == 1 ? 0 : p;
-          const float high = levels.GetMaxPixel(q);
-          const auto low = static_cast<float>(high - 2.0 * static_cast<double>(high - levels.GetMinPixel(q)));
-          float average = levels.GetAvrGrayRaw(q);
-          float f = At(flat, q, x, y);
-          if (gamma > 0.0) {
-            average = Bent(average, high, low, gamma);
-            f = Bent(f, high, low, gamma);
-          }
-          return Flattened(At(image, p, x, y), f, average, pedestal);
-        });
-        image.FlatClbrtn(&flat, pedestal, gamma, 0);
-        EXPECT_TRUE(SamePixels(expected, image)) << pedestal << " " << gamma << " " << planes;
+  for (const int constant : {-1, 0, 1, 2}) {
+    for (const int planes : {1, 3}) {
+      for (const double gamma : {-1.0, 0.7, 2.2}) {
+        const CVynImage image = Noise(19, 11, 3, 1), level = Noise(19, 11, planes, 2, -20.0, 100.0);
+        CVynImage flat(level), full(image), both(image);
+        Fill(flat, [&](int p, int x, int y) { return p == constant ? 7.0f : At(level, p, x, y); });
+        full.FlatClbrtn(&flat, 0.3f, gamma, 0);
+        flat.CalcMinMax();
+        float min[3], max[3], average[3];
+        for (int p = 0; p < 3; ++p) {
+          const int q = std::min(p, planes - 1);
+          min[p] = flat.GetMinPixel(q);
+          max[p] = flat.GetMaxPixel(q);
+          average[p] = flat.GetAvrGrayRaw(q);
+        }
+        both.DarkFlat(&both, nullptr, &flat, min, max, average, 0.3f, gamma, nullptr, 0);
+        EXPECT_TRUE(SamePixels(both, full)) << constant << " " << planes << " " << gamma;
+        if (planes == 1) continue;
+        for (int p = 0; p < 3; ++p)
+          EXPECT_EQ(Pixels(full, p) != Pixels(image, p), constant < 0 || p < constant) << p << " " << constant;
       }
     }
   }
 }
 
-// A plane without contrast switches the flat off for itself and all later planes.
-TEST(Calibration, FlatWithoutContrastIsDropped) {
-  for (int constant = 0; constant < 3; ++constant) {
-    CVynImage image;
-    CVynImage flat;
-    Shape(image, 9, 5, 3);
-    Shape(flat, 9, 5, 3);
-    FillNoise(image, 1, 10.0, 20.0);
-    FillNoise(flat, 2, 50.0, 100.0);
-    CVynImage level(flat);
-    qmr::test::Fill(flat, [&](int p, int x, int y) { return p == constant ? 7.0f : At(level, p, x, y); });
-    CVynImage full(image);
-    full.FlatClbrtn(&flat, 0.0f, 0.0, 0);
-    float min[3], max[3], average[3];
-    for (int p = 0; p < 3; ++p) {
-      min[p] = flat.GetMinPixel(p);
-      max[p] = flat.GetMaxPixel(p);
-      average[p] = flat.GetAvrGrayRaw(p);
-    }
-    CVynImage both(image);
-    both.DarkFlat(&image, nullptr, &flat, min, max, average, 0.0f, 0.0, nullptr, 0);
-    EXPECT_TRUE(SamePixels(full, both));
-    for (int p = 0; p < 3; ++p)
-      EXPECT_EQ(qmr::test::Pixels(full, p) != qmr::test::Pixels(image, p), p < constant) << p << " " << constant;
-  }
-}
-
 TEST(Calibration, DarkAndFlatInOnePass) {
-  CVynImage src;
-  CVynImage dark;
-  CVynImage flat;
-  Shape(src, 45, 13, 3);
-  Shape(dark, 45, 13, 1);
-  Shape(flat, 45, 13, 3);
-  FillNoise(src, 1);
-  FillNoise(dark, 2, 0.0, 120.0);
-  FillNoise(flat, 3, -10.0, 90.0);
+  CVynImage src = Noise(45, 13, 3, 1);
+  CVynImage dark = Noise(45, 13, 1, 2, 0.0, 120.0);
+  CVynImage flat = Noise(45, 13, 3, 3, -10.0, 90.0);
   src.SetPixelGrayRaw(7, 4, kNan, 1);
   flat.SetPixelGrayRaw(8, 4, kNan, 1);
   float min[3] = {1.0f, 2.0f, 3.0f};
@@ -152,11 +104,9 @@ TEST(Calibration, DarkAndFlatInOnePass) {
   float average[3] = {41.0f, 42.0f, 43.0f};
   CRect rect(3, 2, 40, 60);
   for (int frames = 0; frames < 4; ++frames) {
-    for (const double gamma : {0.0, 1.7}) {
+    for (const double gamma : {-1.0, 0.0, 0.7, 1.7}) {
       const float pedestal = 0.25f;
-      CVynImage image;
-      Shape(image, 45, 13, 3);
-      FillNoise(image, 9);
+      CVynImage image = Noise(45, 13, 3, 9);
       const CVynImage expected = Expected(image, [&](int p, int x, int y) {
         if (x < 3 || x >= 40 || y < 2) return At(image, p, x, y);
         float v = At(src, p, x, y);
@@ -181,21 +131,19 @@ TEST(Calibration, DarkAndFlatInOnePass) {
       EXPECT_TRUE(SamePixels(expected, image)) << frames << " " << gamma;
     }
   }
-  EXPECT_TRUE(qmr::test::SameForAllThreads([&] {
+  EXPECT_TRUE(SameForAllThreads([&] {
     CVynImage image(src);
     image.DarkFlat(&src, &dark, &flat, min, max, average, 0.1f, 1.3, nullptr, 0);
-    return qmr::test::Bytes(image);
+    return Bytes(image);
   }));
 }
 
 // A frame counts as covering only what it has.
 TEST(Calibration, SmallFramesLeaveTheRestAlone) {
-  CVynImage image;
-  CVynImage frame;
-  Shape(image, 12, 8, 3);
-  Shape(frame, 7, 5, 2);
-  qmr::test::Fill(image, [](int, int, int) { return 10.0f; });
-  qmr::test::Fill(frame, [](int, int x, int) { return x == 0 ? 2.0f : 4.0f; });
+  CVynImage image = Shaped(12, 8, 3);
+  CVynImage frame = Shaped(7, 5, 2);
+  Fill(image, [](int, int, int) { return 10.0f; });
+  Fill(frame, [](int, int x, int) { return x == 0 ? 2.0f : 4.0f; });
   CVynImage darkened(image);
   darkened.DarkClbrtn(&frame, 0);
   EXPECT_TRUE(SamePixels(
@@ -215,41 +163,32 @@ TEST(Calibration, SmallFramesLeaveTheRestAlone) {
 }
 
 TEST(Calibration, ReportsCarryTheirMessages) {
-  CVynImage image;
-  Shape(image, 8, 10, 1);
-  FillNoise(image, 1, 1.0, 2.0);
-  CVynImage frame(image);
-  qmr::test::RecordingWindow window;
-  image.SetProgressHandle(&window);
+  CVynImage image = Noise(8, 10, 1, 1, 1.0, 2.0), frame(image);
   float level = 1.0f;
   CRect rect(0, 4, 8, 6);
-  const qmr::test::Threads one(1);
-  const auto check = [&](const std::wstring& title, const std::vector<int>& percents) {
+  const std::pair<std::wstring, std::function<void()>> cases[] = {
+      {L"ダーク補正処理中...", [&] { image.DarkClbrtn(&frame, 1); }},
+      {L"フラット補正処理中...", [&] { image.FlatClbrtn(&frame, 1); }},
+      {L"フラット補正処理中...", [&] { image.FlatClbrtn(&frame, 0.0f, 0.0, 1); }},
+      {L"ダーク／フラット補正処理中...",
+       [&] { image.DarkFlat(&frame, nullptr, nullptr, &level, &level, &level, 0.0f, 0.0, &rect, 1); }}};
+  const Threads one(1);
+  for (const auto& [title, run] : cases) {
+    RecordingWindow window;
+    image.SetProgressHandle(&window);
+    run();
     ASSERT_FALSE(window.events.empty());
     EXPECT_EQ(window.events.front().text, title);
-    EXPECT_EQ(window.Percents(), percents);
-    EXPECT_EQ(window.events.back().code, qmr::kProgressEnd);
-    window.events.clear();
-  };
-  std::vector<int> tenths;
-  for (int i = 10; i <= 100; i += 10) tenths.push_back(i);
-  image.DarkClbrtn(&frame, 1);
-  check(L"ダーク補正処理中...", tenths);
-  image.FlatClbrtn(&frame, 1);
-  check(L"フラット補正処理中...", tenths);
-  image.FlatClbrtn(&frame, 0.0f, 0.0, 1);
-  check(L"フラット補正処理中...", tenths);
-  image.DarkFlat(&frame, nullptr, nullptr, &level, &level, &level, 0.0f, 0.0, &rect, 1);
-  check(L"ダーク／フラット補正処理中...", {50, 100});
+    EXPECT_EQ(window.Percents().size(), &run == &cases[3].second ? 2u : 10u);
+    EXPECT_EQ(window.Percents().back(), 100);
+    EXPECT_EQ(window.events.back().code, kProgressEnd);
+    image.SetProgressHandle(nullptr);
+  }
 }
 
 TEST(Dark, BlendsOfTwoFrames) {
-  CImgDark first;
-  CVynImage second;
-  Shape(first, 21, 6, 2);
-  Shape(second, 21, 6, 2);
-  FillNoise(first, 1);
-  FillNoise(second, 2);
+  CImgDark first = Noise<CImgDark>(21, 6, 2, 1);
+  CVynImage second = Noise(21, 6, 2, 2);
   const auto blended = [&](const std::function<double(double, double)>& blend) {
     return Expected(
         first, [&](int p, int x, int y) { return static_cast<float>(blend(At(first, p, x, y), At(second, p, x, y))); });
@@ -384,11 +323,9 @@ INSTANTIATE_TEST_SUITE_P(Modes, FlatModels, testing::Values(0, 1, 2));
 
 // With the smallest pixel and the reference level at 0 the offset is 1, not 0.
 TEST(Flat, OffsetIsNeverZero) {
-  CVynImage source;
-  CImgFlat image;
-  Shape(source, 6, 4, 1);
-  Shape(image, 6, 4, 1);
-  qmr::test::Fill(source, [](int, int x, int) { return static_cast<float>(x); });
+  CVynImage source = Shaped(6, 4, 1);
+  CImgFlat image = Shaped<CImgFlat>(6, 4, 1);
+  Fill(source, [](int, int x, int) { return static_cast<float>(x); });
   source.CalcMinMax();
   double zero = 0.0;
   double gradX = 1.0;
@@ -397,3 +334,4 @@ TEST(Flat, OffsetIsNeverZero) {
 }
 
 }  // namespace
+}  // namespace qmr::test

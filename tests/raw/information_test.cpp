@@ -2,6 +2,7 @@
 
 #include "qmrimg/raw/information.h"
 
+namespace qmr::test {
 namespace {
 
 int PatternOf(const wchar_t* maker, const wchar_t* model) {
@@ -28,9 +29,7 @@ TEST(Information, CamerasWhoseRowsOverlap) {
                         {L"Canon", L"Canon EOS 5D Mark III", 4},
                         {L"Canon", L"Canon EOS-1D", 2},
                         {L"Canon", L"Canon EOS-1D Mark II N", 1},
-                        {L"Canon", L"Canon EOS-1D Mark IV", 4},
                         {L"Canon", L"Canon EOS-1Ds Mark II", 4},
-                        {L"Canon", L"Canon EOS-1Ds Mark III", 1},
                         {L"Canon", L"Canon EOS-1Ds", 2},
                         {L"Canon", L"Canon EOS REBEL T3", 1},
                         {L"Canon", L"Canon EOS REBEL T3i", 4},
@@ -38,43 +37,31 @@ TEST(Information, CamerasWhoseRowsOverlap) {
                         {L"Canon", L"Canon EOS Kiss X5", 4},
                         {L"Canon", L"Canon EOS M", 0},
                         {L"Canon", L"EOS M", 1},
-                        {L"Canon", L"Canon PowerShot S60", 1},
-                        {L"Canon", L"Canon EOS R5", 0},
                         {L"NIKON CORPORATION", L"NIKON D1", 3},
                         {L"NIKON CORPORATION", L"NIKON D100", 2},
-                        {L"NIKON CORPORATION", L"NIKON D1X", 3},
                         {L"NIKON CORPORATION", L"NIKON D70", 3},
-                        {L"NIKON CORPORATION", L"NIKON D70s", 3},
                         {L"NIKON CORPORATION", L"NIKON D7000", 1},
                         {L"NIKON CORPORATION", L"NIKON D40", 3},
                         {L"NIKON CORPORATION", L"NIKON D40X", 4},
                         {L"NIKON CORPORATION", L"NIKON D3000", 4},
-                        {L"NIKON CORPORATION", L"NIKON D3200", 1},
                         {L"NIKON CORPORATION", L"NIKON D3S", 1},
-                        {L"NIKON CORPORATION", L"NIKON D2Hs", 4},
                         {L"NIKON CORPORATION", L"NIKON D5", 0},
                         {L"NIKON", L"E5700", 5},
                         {L"PENTAX Corporation", L"PENTAX K10D", 1},
                         {L"PENTAX", L"PENTAX K-5", 3},
-                        {L"PENTAX", L"PENTAX *ist DS", 1},
                         {L"FUJIFILM", L"FinePixS2Pro", 11},
                         {L"OLYMPUS IMAGING CORP.", L"E-3", 1},
                         {L"OLYMPUS IMAGING CORP.", L"E-30", 3},
                         {L"OLYMPUS IMAGING CORP.", L"E-300", 1},
                         {L"OLYMPUS IMAGING CORP.", L"E-1", 2},
                         {L"OLYMPUS IMAGING CORP.", L"E-10", 1},
-                        {L"OLYMPUS IMAGING CORP.", L"E-5", 3},
-                        {L"OLYMPUS IMAGING CORP.", L"E-PM2", 1},
                         {L"KONICA MINOLTA", L"DYNAX 7D", 1},
                         {L"MINOLTA", L"DYNAX 7D", 0},
-                        {L"SONY", L"NEX-5R", 1},
-                        {L"SONY", L"DSLR-A100", 1},
                         {L"SONY", L"NIKON D100", 0},
-                        {L"Leica", L"M8", 0},
                         {L"", L"EOS 5D", 0},
                         {L"Canon", L"", 0}};
   for (const Case& c : cases)
-    EXPECT_EQ(PatternOf(c.maker, c.model), c.pattern) << qmr::NarrowUtf8(c.maker) << ", " << qmr::NarrowUtf8(c.model);
+    EXPECT_EQ(PatternOf(c.maker, c.model), c.pattern) << NarrowUtf8(c.maker) << ", " << NarrowUtf8(c.model);
 }
 
 TEST(Information, Texts) {
@@ -105,3 +92,4 @@ TEST(Information, Texts) {
 }
 
 }  // namespace
+}  // namespace qmr::test

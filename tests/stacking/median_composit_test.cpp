@@ -11,7 +11,6 @@
 
 #include "qmrimg/geometry/interp.h"
 #include "qmrimg/platform/exception.h"
-#include "qmrimg/platform/message_box.h"
 #include "qmrimg/stacking/kernels/stack_rows.h"
 #include "tests/support/images.h"
 #include "tests/support/recording_window.h"
@@ -95,60 +94,73 @@ std::vector<StackRule> Rules() {
 
 class StackRows : public testing::TestWithParam<int> {};
 
+// Rows of a stack in both forms; `missing` says how many frames leave out
+// pixels.
+struct Stack {
+  Stack(int frames, int width, int missing)
+      : floats(static_cast<std::size_t>(frames)), doubles(floats.size()), masks(floats.size()), flags(floats.size()) {
+    Random random(static_cast<std::uint64_t>(frames * 1000 + width + missing));
+    for (std::size_t i = 0; i < floats.size(); ++i) {
+      for (int x = 0; x < width; ++x) {
+        // Ties, negative stacks and far outliers; some pixels lose frames, in
+        // the last third most of them.
+        double v = x % 7 == 0 ? random.Integer(0, 3) : random.Uniform(-50.0, 1000.0);
+        if (x % 11 == 0) v = -v - 1.0;
+        if (random.Integer(0, 20) == 0) v *= 1e6;
+        const bool hole = missing == 2 ? random.Integer(0, 9) < (x > 200 ? 8 : 2) : missing == 1 && x % 100 == 50;
+        floats[i].push_back(static_cast<float>(v));
+        doubles[i].push_back(floats[i].back());
+        masks[i].push_back(hole ? 0 : 255);
+        flags[i].push_back(hole ? 0 : 1);
+      }
+      levels.push_back({random.Uniform(-5.0, 5.0), random.Uniform(0.5, 2.0), 17.0});
+    }
+  }
+  std::vector<double> At(std::size_t x, bool levelled) const {
+    std::vector<double> values;
+    for (std::size_t i = 0; i < floats.size(); ++i) {
+      const StackLevels& l = levels[i];
+      if (flags[i][x]) values.push_back(levelled ? (doubles[i][x] - l.offset) * l.gain + l.base : doubles[i][x]);
+    }
+    return values;
+  }
+  std::vector<std::vector<float>> floats;
+  std::vector<std::vector<double>> doubles;
+  std::vector<std::vector<std::uint8_t>> masks;
+  std::vector<std::vector<int>> flags;
+  std::vector<StackLevels> levels;
+};
+
+template <class Value>
+std::vector<const Value*> Addresses(const std::vector<std::vector<Value>>& rows) {
+  std::vector<const Value*> addresses;
+  for (const std::vector<Value>& row : rows) addresses.push_back(row.data());
+  return addresses;
+}
+
 TEST_P(StackRows, AreTheirPixelsForFloatsAndDoubles) {
   const int frames = GetParam();
   for (const int width : {1, 63, 300}) {
     for (const int missing : {0, 1, 2}) {
-      Random random(static_cast<std::uint64_t>(frames * 1000 + width + missing));
-      std::vector<std::vector<float>> f(static_cast<std::size_t>(frames));
-      std::vector<std::vector<double>> d(f.size());
-      std::vector<std::vector<std::uint8_t>> ok8(f.size());
-      std::vector<std::vector<int>> ok(f.size());
-      std::vector<const float*> pf;
-      std::vector<const double*> pd;
-      std::vector<const std::uint8_t*> p8;
-      std::vector<const int*> pi;
-      std::vector<StackLevels> levels;
-      for (std::size_t i = 0; i < f.size(); ++i) {
-        for (int x = 0; x < width; ++x) {
-          // Ties, negative stacks and far outliers; some pixels lose frames, in the last third most of them.
-          double v = x % 7 == 0 ? random.Integer(0, 3) : random.Uniform(-50.0, 1000.0);
-          if (x % 11 == 0) v = -v - 1.0;
-          if (random.Integer(0, 20) == 0) v *= 1e6;
-          f[i].push_back(static_cast<float>(v));
-          d[i].push_back(f[i].back());
-          const bool hole = missing == 2 ? random.Integer(0, 9) < (x > 200 ? 8 : 2) : missing == 1 && x % 100 == 50;
-          ok[i].push_back(hole ? 0 : 1);
-          ok8[i].push_back(hole ? 0 : 255);
-        }
-        pf.push_back(f[i].data());
-        pd.push_back(d[i].data());
-        p8.push_back(ok8[i].data());
-        pi.push_back(ok[i].data());
-        levels.push_back({random.Uniform(-5.0, 5.0), random.Uniform(0.5, 2.0), 17.0});
-      }
+      const Stack stack(frames, width, missing);
+      const auto floats = Addresses(stack.floats);
+      const auto doubles = Addresses(stack.doubles);
+      const auto masks = Addresses(stack.masks);
+      const auto flags = Addresses(stack.flags);
       for (const StackRule& rule : Rules()) {
         for (const bool levelled : {false, true}) {
           if (levelled && rule.method != StackMethod::kMedian && rule.method != StackMethod::kClippedMean) continue;
+          const StackLevels* const levels = levelled ? stack.levels.data() : nullptr;
           StackPlan plan(rule, frames);
           const std::size_t w = static_cast<std::size_t>(width);
           std::vector<float> a(w + 8, -3.0f), b(w + 8, -3.0f);
-          StackRow<float, std::uint8_t>(plan, pf.data(), missing ? p8.data() : nullptr,
-                                        levelled ? levels.data() : nullptr, width, a.data());
-          StackRow<double, int>(plan, pd.data(), missing ? pi.data() : nullptr, levelled ? levels.data() : nullptr,
-                                width, b.data());
+          StackRow<float, std::uint8_t>(plan, floats.data(), missing ? masks.data() : nullptr, levels, width, a.data());
+          StackRow<double, int>(plan, doubles.data(), missing ? flags.data() : nullptr, levels, width, b.data());
           EXPECT_EQ(std::vector<float>(a.begin() + width, a.end()), std::vector<float>(8, -3.0f));
+          ASSERT_EQ(a, b);
           for (std::size_t x = 0; x < w; ++x) {
-            std::vector<double> v;
-            for (std::size_t i = 0; i < f.size(); ++i) {
-              if (!ok[i][x]) continue;
-              const StackLevels& l = levels[i];
-              v.push_back(levelled ? (d[i][x] - l.offset) * l.gain + l.base : d[i][x]);
-            }
-            const float expected = ReferencePixel(rule, v);
-            ASSERT_EQ(a[x], expected) << frames << " frames, pixel " << x << ", method "
-                                      << static_cast<int>(rule.method) << ", kappa " << rule.kappa;
-            ASSERT_EQ(b[x], expected) << frames << " frames, pixel " << x;
+            ASSERT_EQ(a[x], ReferencePixel(rule, stack.At(x, levelled)))
+                << "pixel " << x << ", method " << static_cast<int>(rule.method) << ", kappa " << rule.kappa;
           }
         }
       }
@@ -171,7 +183,8 @@ TEST(StackRowsTest, NotANumberSortsLast) {
   EXPECT_EQ(out[2], 1.0f);
 }
 
-// ---- The class -----------------------------------------------------------------------------------------------------
+// ---- The class
+// -----------------------------------------------------------------------------------------------------
 
 constexpr int kWidth = 21;
 constexpr int kHeight = 13;
@@ -230,7 +243,6 @@ TEST_F(MedianComposit, EveryCalculationInAnyStripsIsItsPixels) {
   double refOffset[3] = {10.0, 20.0, 30.0};
   double refScale[3] = {1.0, 2.0, 3.0};
   const auto item = [&](double* v, std::size_t i, int p) { return v[p] + 0.125 * static_cast<double>(i); };
-  const auto plain = [](std::size_t, double v) { return v; };
   struct Calculation {
     StackRule rule;
     bool normalized;
@@ -267,17 +279,13 @@ TEST_F(MedianComposit, EveryCalculationInAnyStripsIsItsPixels) {
       if (whole.empty()) whole = Bytes(destination_);
       EXPECT_EQ(Bytes(destination_), whole) << "strips of " << strip;
     }
-    for (int p = 0; p < 3; ++p) {
-      for (int y = 0; y < kHeight; ++y) {
-        for (int x = 0; x < kWidth; ++x) {
-          const auto change = [&](std::size_t i, double v) {
-            return (v - item(offsets, i, p)) * (refScale[p] / item(scales, i, p)) + refOffset[p];
-          };
-          const std::vector<double> values = calculation.normalized ? Values(p, x, y, change) : Values(p, x, y, plain);
-          ASSERT_EQ(At(destination_, p, x, y), ReferencePixel(calculation.rule, values)) << x << ", " << y;
-        }
-      }
-    }
+    const auto pixel = [&](int p, int x, int y) {
+      return ReferencePixel(calculation.rule, Values(p, x, y, [&](std::size_t i, double v) {
+                              if (!calculation.normalized) return v;
+                              return (v - item(offsets, i, p)) * (refScale[p] / item(scales, i, p)) + refOffset[p];
+                            }));
+    };
+    EXPECT_TRUE(PixelsAre(pixel, destination_));
   }
 }
 
@@ -287,51 +295,22 @@ TEST_F(MedianComposit, OffsetsCycleElementByElement) {
   float offsets[3] = {100.0f, 200.0f, 300.0f};
   ASSERT_EQ(stack.Store(frames_[0].get(), 2, 3, 0.0, 0.0, 0.0, 0, 1, offsets, 0), 1);
   stack.Calc(2, 3);
-  for (int y = 2; y <= 3; ++y) {
-    for (int p = 0; p < 3; ++p) {
-      for (int x = 0; x < kWidth; ++x) {
-        const int element = ((y - 2) * 3 + p) * kWidth + x;
-        EXPECT_EQ(At(destination_, p, x, y), At(*frames_[0], p, x, y) + offsets[element % 3]);
-      }
-    }
-  }
+  const auto pixel = [&](int p, int x, int y) {
+    return y == 2 || y == 3 ? At(*frames_[0], p, x, y) + offsets[(((y - 2) * 3 + p) * kWidth + x) % 3] : 0.0f;
+  };
+  EXPECT_TRUE(PixelsAre(pixel, destination_));
 }
 
-TEST_F(MedianComposit, PairsOutliersAndEmptyPixels) {
-  Frames(5, 1);
-  const float levels[] = {100.0f, 101.0f, 102.0f, 103.0f, 60000.0f};
-  for (std::size_t i = 0; i < 5; ++i) Fill(*frames_[i], [&](int, int, int) { return levels[i]; });
-  const auto store = [&](CImgMedianComposit& stack, int count, double dx) {
-    for (int i = 0; i < count; ++i)
-      stack.Store(frames_[static_cast<std::size_t>(i)].get(), 0, 0, dx, 0, 0, 0, 0, nullptr, 0);
-  };
+TEST_F(MedianComposit, ACalculationUsesUpItsLines) {
+  Frames(1, 1);
   CImgMedianComposit stack(&destination_, 1);
-  store(stack, 5, 0.0);
-  stack.Calc(1.5, 0, 0, 1);
-  EXPECT_EQ(At(destination_, 0, 4, 0), 101.5f);
-  store(stack, 2, 0.0);
-  stack.Calc(0.0, 0, 0, 0);
-  EXPECT_EQ(At(destination_, 0, 4, 0), 100.5f);
-  double zero[3] = {0.0, 0.0, 0.0}, one[3] = {1.0, 1.0, 1.0};
-  for (int i = 0; i < 2; ++i) stack.AddNormalizeParam(zero, one);
-  stack.SetRefNormalizeParam(zero, one);
-  store(stack, 2, 0.0);
-  stack.NewCalc(0.5, 0, 0);
-  EXPECT_EQ(At(destination_, 0, 4, 0), 0.0f);
-  store(stack, 2, 0.0);
-  stack.NewCalc(1.0, 0, 0);
-  EXPECT_EQ(At(destination_, 0, 4, 0), 100.5f);
-  // A shift of 3 leaves three columns to nobody; then nobody at all.
-  store(stack, 3, 3.0);
+  // A shift of 3 leaves three columns to nobody.
+  stack.Store(frames_[0].get(), 0, 0, 3.0, 0, 0, 0, 0, nullptr, 0);
   stack.CalcMin(0, 0);
   EXPECT_EQ(At(destination_, 0, 2, 0), 0.0f);
-  EXPECT_EQ(At(destination_, 0, 3, 0), 100.0f);
+  EXPECT_EQ(At(destination_, 0, 3, 0), At(*frames_[0], 0, 0, 0));
   stack.CalcMax(0, 0);
   EXPECT_EQ(At(destination_, 0, 3, 0), 0.0f);
-  Fill(*frames_[0], [](int, int, int) { return -8.0f; });
-  store(stack, 1, 0.0);
-  stack.CalcMax(0, 0);
-  EXPECT_EQ(At(destination_, 0, 3, 0), std::numeric_limits<float>::min());
 }
 
 TEST_F(MedianComposit, RefusesOtherStripsAndMissingItems) {
@@ -347,14 +326,7 @@ TEST_F(MedianComposit, RefusesOtherStripsAndMissingItems) {
   double values[3] = {1.0, 1.0, 1.0};
   stack.AddNormalizeParam(values, values);
   ASSERT_EQ(stack.Store(frames_[1].get(), 2, 4, 0, 0, 0, 0, 0, nullptr, 0), 1);
-  bool raised = false;
-  try {
-    stack.NewCalc(2, 4);
-  } catch (CInvalidArgException* e) {
-    e->Delete();
-    raised = true;
-  }
-  EXPECT_TRUE(raised);
+  EXPECT_TRUE(Raises<CInvalidArgException>([&] { stack.NewCalc(2, 4); }));
   EXPECT_EQ(Bytes(destination_), before);
   // The lines are still there.
   stack.CalcMin(2, 4);
@@ -386,9 +358,8 @@ TEST_F(MedianComposit, RefusesADestinationOfAnotherShape) {
 }
 
 TEST(MedianCompositProgress, ReportsEachStripOnTheDestination) {
-  CVynImage destination, frame;
-  Shape(destination, 4, 10, 1);
-  Shape(frame, 4, 10, 1);
+  CVynImage destination = Shaped(4, 10, 1);
+  CVynImage frame = Shaped(4, 10, 1);
   RecordingWindow window;
   destination.SetProgressHandle(&window);
   {
@@ -406,25 +377,16 @@ TEST(MedianCompositProgress, ReportsEachStripOnTheDestination) {
 }
 
 TEST(MedianCompositMemory, LackOfMemoryIsTold) {
-  // A destination whose strip has more elements than an array can hold; only its shape is asked.
-  CVynImage destination, frame;
-  Shape(frame, 4, 4, 1);
+  // A destination whose strip has more elements than an array can hold; only
+  // its shape is asked.
+  CVynImage destination, frame = Shaped(4, 4, 1);
   destination.SetWidth(2000000);
   destination.SetHeight(2000000);
   destination.SetPlanes(1);
-  static std::wstring text;
-  SetMessageBoxHook(
-      [](const wchar_t* message, unsigned, void*) {
-        text = message;
-        return 1;
-      },
-      nullptr);
-  {
-    CImgMedianComposit stack(&destination, 0);
-    EXPECT_EQ(stack.Store(&frame, 0, 1999999, 0, 0, 0, 0, 0, nullptr, 0), 0);
-  }
-  SetMessageBoxHook(nullptr, nullptr);
-  EXPECT_EQ(text, L"Cannot create LineData array (2147483647).");
+  const ShownMessages shown;
+  CImgMedianComposit stack(&destination, 0);
+  EXPECT_EQ(stack.Store(&frame, 0, 1999999, 0, 0, 0, 0, 0, nullptr, 0), 0);
+  EXPECT_EQ(shown.texts, std::vector<std::wstring>{L"Cannot create LineData array (2147483647)."});
 }
 
 }  // namespace

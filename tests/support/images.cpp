@@ -4,6 +4,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "qmrimg/platform/message_box.h"
 #include "qmrimg/store/parallel.h"
 
 namespace qmr::test {
@@ -103,6 +104,24 @@ testing::AssertionResult SamePixels(const CVynImage& expected, const CVynImage& 
 
 testing::AssertionResult NearPixels(const CVynImage& expected, const CVynImage& actual, double tolerance) {
   return Compare(expected, actual, tolerance);
+}
+
+testing::AssertionResult PixelsAre(const std::function<float(int, int, int)>& expected, const CVynImage& actual) {
+  CVynImage image(actual);
+  Fill(image, expected);
+  return SamePixels(image, actual);
+}
+
+ShownMessages::ShownMessages() {
+  SetMessageBoxHook(
+      [](const wchar_t* text, unsigned, void* context) {
+        static_cast<ShownMessages*>(context)->texts.emplace_back(text);
+        return 1;
+      },
+      this);
+}
+ShownMessages::~ShownMessages() {
+  SetMessageBoxHook(nullptr, nullptr);
 }
 
 Threads::Threads(int count) {

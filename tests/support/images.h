@@ -33,6 +33,21 @@ void Fill(CVynImage& image, const std::function<float(int plane, int x, int y)>&
 // Uniform noise, a different one in each plane.
 void FillNoise(CVynImage& image, std::uint64_t seed, double low = 0.0, double high = 255.0);
 
+// Images made by these.
+template <class Image = CVynImage>
+Image Shaped(int width, int height, int planes) {
+  Image image;
+  Shape(image, width, height, planes);
+  return image;
+}
+template <class Image = CVynImage>
+Image Noise(int width, int height, int planes, std::uint64_t seed, double low = 0.0, double high = 255.0) {
+  Image image;
+  Shape(image, width, height, planes);
+  FillNoise(image, seed, low, high);
+  return image;
+}
+
 float At(const CVynImage& image, int plane, int x, int y);
 std::vector<float> Pixels(const CVynImage& image, int plane);
 // All planes as bytes, for comparisons of every bit.
@@ -41,6 +56,29 @@ std::string Bytes(const CVynImage& image);
 // Fails with the first differing pixels and the largest error.
 testing::AssertionResult SamePixels(const CVynImage& expected, const CVynImage& actual);
 testing::AssertionResult NearPixels(const CVynImage& expected, const CVynImage& actual, double tolerance);
+// The same with what a function says of each pixel.
+testing::AssertionResult PixelsAre(const std::function<float(int plane, int x, int y)>& expected,
+                                   const CVynImage& actual);
+
+// Whether a call raises this exception of the framework, which is deleted.
+template <class Exception>
+bool Raises(const std::function<void()>& call) {
+  try {
+    call();
+    return false;
+  } catch (Exception* e) {
+    e->Delete();
+    return true;
+  }
+}
+
+// Takes what message boxes show for the length of a scope.
+class ShownMessages {
+ public:
+  ShownMessages();
+  ~ShownMessages();
+  std::vector<std::wstring> texts;
+};
 
 // Sets the thread count for the length of a scope.
 class Threads {
