@@ -124,6 +124,7 @@ TEST(Histogram, SparseGridIsScaledUpAndShiftedByTheLeft) {
 }
 
 TEST(Histogram, ReportsOneUnitARow) {
+  const Threads one(1);
   RecordingWindow window;
   CVynImage image = Shaped(4, 6, 3);
   image.SetProgressHandle(&window);
