@@ -62,13 +62,7 @@ class FilterCommand : public PictureFolder {
     EXPECT_EQ(o.out + o.err, "");
     return Read(Path("out.fit"));
   }
-  // Bits of all pixels, not-a-number ones alike.
-  static std::vector<float> Bits(const DecodedImage& image) {
-    std::vector<float> all;
-    for (int p = 0; p < image.planes; ++p)
-      for (const float v : image.Plane(p)) all.push_back(std::isnan(v) ? -12345.0f : v);
-    return all;
-  }
+  using PictureFolder::Bits;
   static std::vector<float> Bits(const CVynImage& image) {
     std::vector<float> all;
     for (int p = 0; p < image.GetPlanes(); ++p)

@@ -19,7 +19,6 @@ namespace qmr::test {
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 using Words = std::vector<std::string>;
 using Levels = std::vector<std::pair<double, double>>;
@@ -276,7 +275,7 @@ TEST_F(LevelsCommand, RefusesWhatWontDo) {
   Fill(flat, [](int, int, int) { return std::numeric_limits<float>::quiet_NaN(); });
   Write(flat, "blank.fit");
   WriteBytes(Path("old.fit"), "yesterday");
-  const std::vector<std::tuple<Words, int, std::string>> cases = {
+  const std::vector<Refusal> cases = {
       {{in, "OUT", "--method", "percentil"}, 64, "did you mean percentile?"},
       {{in, "OUT", "--method", "best"}, 64, "one of percentile, "},
       {{in, "OUT", "--low", "1"}, 64, "--method percentile"},
@@ -301,16 +300,8 @@ TEST_F(LevelsCommand, RefusesWhatWontDo) {
       {{Path("blank.fit"), "OUT", "--method", "noise"}, 65, "no pixel"},
       {{Path("none.fit"), "OUT"}, 66, "none.fit"},
       {{in, Path("old.fit")}, 73, "--force"}};
-  for (const auto& [given, code, said] : cases) {
-    Words words = {"levels"};
-    for (const std::string& word : given) words.push_back(word == "OUT" ? Path("out.fit") : word);
-    const Outcome o = RunQmr(words);
-    EXPECT_EQ(o.code, code) << testing::PrintToString(words);
-    EXPECT_TRUE(OneLine(o.err)) << o.err;
-    EXPECT_THAT(o.err, HasSubstr(said));
-  }
+  ExpectRefused("levels", cases);
   EXPECT_EQ(ReadBytes(Path("old.fit")), "yesterday");
-  EXPECT_THAT(folder_.List(), Not(testing::Contains("out.fit")));
 }
 
 }  // namespace

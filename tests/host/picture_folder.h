@@ -20,6 +20,18 @@ class PictureFolder : public testing::Test {
   // Fails the test where the file can't be read.
   static DecodedImage Read(const std::string& path);
 
+  // Bits of all pixels, not-a-number ones alike.
+  static std::vector<float> Bits(const DecodedImage& image);
+
+  // Words behind a command, the exit code that they get, and a part of the one line that says why. "OUT" is a file that
+  // does not come to be.
+  struct Refusal {
+    std::vector<std::string> words;
+    int code;
+    const char* says;
+  };
+  void ExpectRefused(const std::string& command, const std::vector<Refusal>& refusals) const;
+
   TemporaryFolder folder_;
 };
 
