@@ -53,12 +53,11 @@ std::string Joined(const std::vector<std::string_view>& keys) {
 
 // ---- Point ----------------------------------------------------------------------------------------------------------
 
-Result Brightness(const OperationJob& job) {
+Result Brightness(OperationJob& job) {
   auto image = Destination<CImgBright>(job);
   std::vector<float> brightness = Floats(job.settings.PerPlane("brightness"));
   std::vector<float> contrast = Floats(job.settings.PerPlane("contrast"));
-  CRect rect = job.rect;
-  image->Do(brightness.data(), contrast.data(), job.settings.Number("average"), &job.source, &rect, kReport);
+  image->Do(brightness.data(), contrast.data(), job.settings.Number("average"), &job.source, &job.rect, kReport);
   return image;
 }
 
@@ -69,13 +68,12 @@ const std::vector<std::string_view> kArithmetic = {"add", "subtract", "multiply"
 
 }  // namespace
 
-Result Calculate(const OperationJob& job) {
+Result Calculate(OperationJob& job) {
   auto image = Destination<CImgCalculation>(job);
-  CRect rect = job.rect;
   for (std::size_t mode = 0; mode < kArithmetic.size(); ++mode)
     if (job.settings.Has(kArithmetic[mode]))
       image->Do(job.settings.Number(kArithmetic[mode]), static_cast<int>(mode), job.settings.On("clamp"), &job.source,
-                &rect, kReport);
+                &job.rect, kReport);
   return image;
 }
 
@@ -88,7 +86,7 @@ void CheckCalculate(const Settings& settings) {
     throw Failure(kExitUsage, "--divide: not by 0");
 }
 
-Result CutOff(const OperationJob& job) {
+Result CutOff(OperationJob& job) {
   auto image = Destination<CVynImage>(job);
   const std::vector<double> low = job.settings.PerPlane("low");
   const std::vector<double> high = job.settings.PerPlane("high");
@@ -100,15 +98,14 @@ Result CutOff(const OperationJob& job) {
     CImgCutOff cut;
     cut.Swap(&plane);
     cut.SetProgressHandle(job.progress);
-    CRect rect = job.rect;
     const auto raw = [&](double level) { return static_cast<float>(job.source.ToRaw(level, p)); };
-    cut.Do(&cut, raw(low[static_cast<std::size_t>(p)]), raw(high[static_cast<std::size_t>(p)]), &rect, kReport);
+    cut.Do(&cut, raw(low[static_cast<std::size_t>(p)]), raw(high[static_cast<std::size_t>(p)]), &job.rect, kReport);
     CopyPlane(cut, 0, *image, p);
   }
   return image;
 }
 
-Result Normalise(const OperationJob& job) {
+Result Normalise(OperationJob& job) {
   auto image = Destination<CImgNormalize>(job);
   std::vector<float> mean = Floats(job.settings.PerPlane("mean"));
   std::vector<float> sigma = Floats(job.settings.PerPlane("sigma"));
@@ -122,10 +119,9 @@ void CheckNormalise(const Settings& settings) {
     throw Failure(kExitUsage, "normalise: wants --mean or --sigma where the picture has one plane");
 }
 
-Result Invert(const OperationJob& job) {
+Result Invert(OperationJob& job) {
   auto image = Destination<CImgInvert>(job);
-  CRect rect = job.rect;
-  image->Do(&job.source, &rect, kReport);
+  image->Do(&job.source, &job.rect, kReport);
   return image;
 }
 
@@ -165,7 +161,7 @@ constexpr std::array kCurves = {"points", "red", "green", "blue"};
 
 }  // namespace
 
-Result ToneCurve(const OperationJob& job) {
+Result ToneCurve(OperationJob& job) {
   auto image = Destination<CImgToneCurve>(job);
   std::array<std::vector<float>, kCurves.size()> curves;
   std::array<float*, kCurves.size()> tables{};
@@ -173,8 +169,7 @@ Result ToneCurve(const OperationJob& job) {
     curves[i] = CurveTable(job.settings.List(kCurves[i]));
     tables[i] = curves[i].data();
   }
-  CRect rect = job.rect;
-  image->Do(tables.data(), kCurveEntries, &job.source, &rect, kReport, 0);
+  image->Do(tables.data(), kCurveEntries, &job.source, &job.rect, kReport, 0);
   return image;
 }
 
@@ -191,11 +186,10 @@ void CheckToneCurve(const Settings& settings) {
   }
 }
 
-Result HAlpha(const OperationJob& job) {
+Result HAlpha(OperationJob& job) {
   auto image = Destination<CImgToneCurve>(job);
   const Settings& s = job.settings;
-  CRect rect = job.rect;
-  image->DoHAlpha(s.Number("knee") / 255.0, s.Number("knee-output") / 255.0, &job.source, &rect, kReport);
+  image->DoHAlpha(s.Number("knee") / 255.0, s.Number("knee-output") / 255.0, &job.source, &job.rect, kReport);
   if (!s.Has("auto-level")) return image;
   image->DoHAlphaLevel(s.Number("auto-level"), &job.source);
   for (int p = 0; p < image->GetPlanes(); ++p)
@@ -206,7 +200,7 @@ Result HAlpha(const OperationJob& job) {
   return image;
 }
 
-Result Equalise(const OperationJob& job) {
+Result Equalise(OperationJob& job) {
   auto image = Destination<CImgHstEql>(job);
   CVynImage& source = job.source;
   std::vector<std::pair<double, double>> levels;
@@ -223,43 +217,39 @@ Result Equalise(const OperationJob& job) {
   return image;
 }
 
-Result Posterise(const OperationJob& job) {
+Result Posterise(OperationJob& job) {
   auto image = Destination<CImgReduceTone>(job);
-  CRect rect = job.rect;
-  image->Do(job.settings.Whole("tones"), &job.source, &rect, kReport);
+  image->Do(job.settings.Whole("tones"), &job.source, &job.rect, kReport);
   return image;
 }
 
 // ---- Colour ---------------------------------------------------------------------------------------------------------
 
-Result Balance(const OperationJob& job) {
+Result Balance(OperationJob& job) {
   auto image = Destination<CImgColorBalance>(job);
   const Settings& s = job.settings;
-  CRect rect = job.rect;
-  image->Do(s.Number("red"), s.Number("green"), s.Number("blue"), &job.source, &rect, kReport);
+  image->Do(s.Number("red"), s.Number("green"), s.Number("blue"), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result WhiteBalance(const OperationJob& job) {
+Result WhiteBalance(OperationJob& job) {
   auto image = Destination<CImgAutoStretch>(job);
   std::vector<double> gain = job.settings.PerPlane("gain");
   // Each plane about its sky, which stays.
   std::vector<double> sky = job.settings.List("sky");
   std::vector<double> white = job.settings.List("white");
-  CRect rect = job.rect;
-  image->DoStretch(&job.source, gain.data(), sky.data(), white.data(), sky.data(), &rect);
+  image->DoStretch(&job.source, gain.data(), sky.data(), white.data(), sky.data(), &job.rect);
   return image;
 }
 
-Result CorrectColour(const OperationJob& job) {
+Result CorrectColour(OperationJob& job) {
   const Settings& s = job.settings;
   tagMATRIX matrix;
   for (std::size_t i = 0; i < 9; ++i) matrix.m[i / 3][i % 3] = s.List("matrix")[i];
   constexpr int kZero = 0, kMinimum = 1, kValue = 2;
   auto image = Destination<CImgColorCorrect>(job);
-  CRect rect = job.rect;
   if (s.Whole("scale") == 0) {
-    image->Do(&matrix, s.Number("strength"), kZero, 0.0f, 0, &job.source, &rect, kReport);
+    image->Do(&matrix, s.Number("strength"), kZero, 0.0f, 0, &job.source, &job.rect, kReport);
     return image;
   }
   const int mode = s.On("offset-minimum") ? kMinimum : s.Has("offset") ? kValue : kZero;
@@ -267,7 +257,8 @@ Result CorrectColour(const OperationJob& job) {
   image->Do(&matrix, s.Number("strength"), mode, offset, 0, kReport);
   // This form knows no rectangle.
   auto result = Destination<CVynImage>(job);
-  result->PixelBlt(rect.left, rect.top, rect.Width(), rect.Height(), image.get(), rect.left, rect.top, 0);
+  result->PixelBlt(job.rect.left, job.rect.top, job.rect.Width(), job.rect.Height(), image.get(), job.rect.left,
+                   job.rect.top, 0);
   return result;
 }
 
@@ -278,7 +269,7 @@ void CheckCorrectColour(const Settings& settings) {
   if (minimum && settings.Has("offset")) throw Failure(kExitUsage, "--offset: does not go with --offset-minimum");
 }
 
-Result Saturation(const OperationJob& job) {
+Result Saturation(OperationJob& job) {
   auto image = Destination<CImgLabColorEnhance>(job);
   const Settings& s = job.settings;
   job.source.SetProgressHandle(job.progress);
@@ -286,18 +277,16 @@ Result Saturation(const OperationJob& job) {
   job.source.SetProgressHandle(nullptr);
   if (!lab) throw std::bad_alloc();
   const auto gain = [&](const char* key) { return s.Number(s.Has(key) ? key : "gain"); };
-  CRect rect = job.rect;
-  image->Do(lab.get(), gain("red"), gain("green"), gain("yellow"), gain("blue"), &rect, kReport);
+  image->Do(lab.get(), gain("red"), gain("green"), gain("yellow"), gain("blue"), &job.rect, kReport);
   return image;
 }
 
-Result PseudoColour(const OperationJob& job) {
+Result PseudoColour(OperationJob& job) {
   auto image = Destination<CImgFalseColor>(job);
   const Settings& s = job.settings;
   if (!image->ToColor(&job.source, kReport)) throw std::bad_alloc();
   const auto raw = [&](const char* key) { return job.source.ToRaw(s.Number(key), 0); };
-  CRect rect = job.rect;
-  image->Do(raw("low"), raw("high"), s.Whole("palette"), s.Whole("repeat"), &job.source, &rect, kReport);
+  image->Do(raw("low"), raw("high"), s.Whole("palette"), s.Whole("repeat"), &job.source, &job.rect, kReport);
   return image;
 }
 
@@ -305,7 +294,7 @@ void CheckPseudoColour(const Settings& settings) {
   if (!(settings.Number("low") < settings.Number("high"))) throw Failure(kExitUsage, "--low: must be below --high");
 }
 
-Result Grey(const OperationJob& job) {
+Result Grey(OperationJob& job) {
   auto image = Destination<CVynImage>(job);
   if (!image->ToGray(&job.source, kReport)) throw std::bad_alloc();
   return image;
@@ -313,7 +302,7 @@ Result Grey(const OperationJob& job) {
 
 // ---- Planets --------------------------------------------------------------------------------------------------------
 
-Result PlanetMap(const OperationJob& job) {
+Result PlanetMap(OperationJob& job) {
   const Settings& s = job.settings;
   const int width = s.Whole("map-width");
   CVynImage map(-32, width, width / 2, job.source.GetPlanes(), 1.0, 0.0, 1);

@@ -6,25 +6,25 @@
 
 namespace qmr::calls {
 
-Result Brightness(const OperationJob& job);
-Result Calculate(const OperationJob& job);
-Result CutOff(const OperationJob& job);
-Result Normalise(const OperationJob& job);
-Result Invert(const OperationJob& job);
+Result Brightness(OperationJob& job);
+Result Calculate(OperationJob& job);
+Result CutOff(OperationJob& job);
+Result Normalise(OperationJob& job);
+Result Invert(OperationJob& job);
 
-Result ToneCurve(const OperationJob& job);
-Result HAlpha(const OperationJob& job);
-Result Equalise(const OperationJob& job);
-Result Posterise(const OperationJob& job);
+Result ToneCurve(OperationJob& job);
+Result HAlpha(OperationJob& job);
+Result Equalise(OperationJob& job);
+Result Posterise(OperationJob& job);
 
-Result Balance(const OperationJob& job);
-Result WhiteBalance(const OperationJob& job);
-Result CorrectColour(const OperationJob& job);
-Result Saturation(const OperationJob& job);
-Result PseudoColour(const OperationJob& job);
-Result Grey(const OperationJob& job);
+Result Balance(OperationJob& job);
+Result WhiteBalance(OperationJob& job);
+Result CorrectColour(OperationJob& job);
+Result Saturation(OperationJob& job);
+Result PseudoColour(OperationJob& job);
+Result Grey(OperationJob& job);
 
-Result PlanetMap(const OperationJob& job);
+Result PlanetMap(OperationJob& job);
 
 void CheckCalculate(const Settings& settings);
 void CheckNormalise(const Settings& settings);

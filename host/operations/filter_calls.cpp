@@ -105,14 +105,13 @@ bool AllEqual(const std::vector<double>& values) {
 using SharpForm = void (CImgFilterSharp::*)(double*, double*, int*, double*, double*, int*, double*, double*, int*,
                                             double*, CVynImage*, CRect*, int);
 
-Result SharpenBy(SharpForm form, const OperationJob& job, const char* width, const char* strength) {
+Result SharpenBy(SharpForm form, OperationJob& job, const char* width, const char* strength) {
   auto image = Destination<CImgFilterSharp>(job);
   std::vector<double> widths = job.settings.PerPlane(width);
   std::vector<double> strengths = job.settings.PerPlane(strength);
   Limits l(job.settings, job.settings.On("keep-brighter"));
-  CRect rect = job.rect;
   (image.get()->*form)(widths.data(), strengths.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(),
-                       l.max.data(), l.maxBuf.data(), l.brighterOn.data(), l.brighter.data(), &job.source, &rect,
+                       l.max.data(), l.maxBuf.data(), l.brighterOn.data(), l.brighter.data(), &job.source, &job.rect,
                        kReport);
   return image;
 }
@@ -121,33 +120,29 @@ Result SharpenBy(SharpForm form, const OperationJob& job, const char* width, con
 
 // ---- Fixed patterns -------------------------------------------------------------------------------------------------
 
-Result MedianPattern(const OperationJob& job) {
+Result MedianPattern(OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
-  CRect rect = job.rect;
-  image->MedianFilter(job.settings.Whole("pattern"), &job.source, &rect, kReport);
+  image->MedianFilter(job.settings.Whole("pattern"), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result RankPattern(const OperationJob& job) {
+Result RankPattern(OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
-  CRect rect = job.rect;
-  image->MinMaxFilter(job.settings.Whole("pattern"), job.settings.Whole("rank"), &job.source, &rect, kReport);
+  image->MinMaxFilter(job.settings.Whole("pattern"), job.settings.Whole("rank"), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result Laplacian(const OperationJob& job) {
+Result Laplacian(OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
-  CRect rect = job.rect;
-  image->LaplacianFilter(job.settings.Whole("kernel"), &job.source, &rect, kReport);
+  image->LaplacianFilter(job.settings.Whole("kernel"), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result UnsharpPattern(const OperationJob& job) {
+Result UnsharpPattern(OperationJob& job) {
   auto image = Destination<CImgFilter>(job);
-  CRect rect = job.rect;
   const Settings& s = job.settings;
   image->UnSharpMask(s.Number("gain"), s.Whole("pattern"), s.Number("weight"), s.Number("threshold"), &job.source,
-                     &rect, kReport);
+                     &job.rect, kReport);
   return image;
 }
 
@@ -158,28 +153,26 @@ int PatternRanks(const Settings& settings, int) {
 
 // ---- Smoothing ------------------------------------------------------------------------------------------------------
 
-Result Gaussian(const OperationJob& job) {
+Result Gaussian(OperationJob& job) {
   auto image = Destination<CImgFilterBlur>(job);
   std::vector<double> sigma = job.settings.PerPlane("sigma");
   Limits l(job.settings);
-  CRect rect = job.rect;
   image->GaussianFilter(sigma.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(), l.max.data(),
-                        l.maxBuf.data(), &job.source, &rect, kReport);
+                        l.maxBuf.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result Mean(const OperationJob& job) {
+Result Mean(OperationJob& job) {
   auto image = Destination<CImgFilterBlur>(job);
   std::vector<double> radius = job.settings.PerPlane("radius");
   std::vector<double> weight = job.settings.PerPlane("weight");
   Limits l(job.settings);
-  CRect rect = job.rect;
   // The library's form without limits is the separable one.
   if (job.settings.Whole("shape") == 1)
-    image->MeanFilter(radius.data(), weight.data(), &job.source, &rect, kReport);
+    image->MeanFilter(radius.data(), weight.data(), &job.source, &job.rect, kReport);
   else
     image->MeanFilter(radius.data(), weight.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(),
-                      l.max.data(), l.maxBuf.data(), &job.source, &rect, kReport);
+                      l.max.data(), l.maxBuf.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
@@ -188,11 +181,10 @@ void CheckMean(const Settings& settings) {
     throw Failure(kExitUsage, "--shape box: takes no --mask-min and no --mask-max");
 }
 
-Result MeanKeepEdges(const OperationJob& job) {
+Result MeanKeepEdges(OperationJob& job) {
   std::vector<double> radius = job.settings.PerPlane("radius");
   std::vector<double> weight = job.settings.PerPlane("weight");
   Limits l(job.settings);
-  CRect rect = job.rect;
   CVynImage& source = job.source;
   // The library smooths where its edge detector's response, which has the scale of the pixels, is below 0. On a
   // picture whose sky lies above 0 that is nowhere, so that another level stands for 0 meanwhile.
@@ -211,9 +203,9 @@ Result MeanKeepEdges(const OperationJob& job) {
       for (float& v : WriteRow(lowered, y, p, 0, source.GetWidth())) v -= z;
     });
   }
-  auto image = Destination<CImgFilterBlur>({lowered, rect, job.settings, 0, job.progress});
+  auto image = Destination<CImgFilterBlur>({lowered, job.rect, job.settings, 0, job.progress});
   image->MeanWithoutEdgeFilter(radius.data(), weight.data(), l.minOn.data(), l.min.data(), l.minBuf.data(),
-                               l.maxOn.data(), l.max.data(), l.maxBuf.data(), &lowered, &rect, kReport);
+                               l.maxOn.data(), l.max.data(), l.maxBuf.data(), &lowered, &job.rect, kReport);
   for (int p = 0; p < source.GetPlanes(); ++p) {
     const float z = zero[static_cast<std::size_t>(p)];
     static_cast<CImage&>(*image).SetLevel(p, source.GetLevelMin(p), source.GetLevelMax(p));
@@ -228,34 +220,32 @@ Result MeanKeepEdges(const OperationJob& job) {
   return image;
 }
 
-Result Median(const OperationJob& job) {
+Result Median(OperationJob& job) {
   auto image = Destination<CImgFilterBlur>(job);
   std::vector<double> radius = job.settings.PerPlane("radius");
   Limits l(job.settings);
-  CRect rect = job.rect;
   image->MedianFilter(radius.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(), l.max.data(),
-                      l.maxBuf.data(), &job.source, &rect, kReport);
+                      l.maxBuf.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
 // ---- Sharpening -----------------------------------------------------------------------------------------------------
 
-Result Sharpen(const OperationJob& job) {
+Result Sharpen(OperationJob& job) {
   return SharpenBy(&CImgFilterSharp::SharpFilter, job, "radius", "weight");
 }
 
-Result SharpenEdges(const OperationJob& job) {
+Result SharpenEdges(OperationJob& job) {
   return SharpenBy(&CImgFilterSharp::SharpEdgeFilter, job, "radius", "weight");
 }
 
-Result Unsharp(const OperationJob& job) {
+Result Unsharp(OperationJob& job) {
   if (!job.settings.Has("threshold")) return SharpenBy(&CImgFilterSharp::UnSharpMask, job, "sigma", "gain");
   auto image = Destination<CImgFilterSharp>(job);
   std::vector<double> sigma = job.settings.PerPlane("sigma");
   std::vector<double> gain = job.settings.PerPlane("gain");
   std::vector<double> threshold = job.settings.PerPlane("threshold");
-  CRect rect = job.rect;
-  image->UnSharpMask(sigma.data(), gain.data(), threshold.data(), &job.source, &rect, kReport);
+  image->UnSharpMask(sigma.data(), gain.data(), threshold.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
@@ -265,7 +255,7 @@ void CheckUnsharp(const Settings& settings) {
     throw Failure(kExitUsage, "--threshold: goes neither with --mask-min and --mask-max nor with --keep-brighter");
 }
 
-Result MultibandSharpen(const OperationJob& job) {
+Result MultibandSharpen(OperationJob& job) {
   auto image = Destination<CImgFilterSharp>(job);
   const auto planes = static_cast<std::size_t>(job.settings.Planes());
   constexpr std::size_t kBands = 6;
@@ -280,27 +270,25 @@ Result MultibandSharpen(const OperationJob& job) {
     g[band].assign(planes, gains[band]);
   }
   Limits l(job.settings, job.settings.On("keep-brighter"));
-  CRect rect = job.rect;
   image->SubBandUnSharpMask(s[0].data(), g[0].data(), s[1].data(), g[1].data(), s[2].data(), g[2].data(), s[3].data(),
                             g[3].data(), s[4].data(), g[4].data(), s[5].data(), g[5].data(), l.minOn.data(),
                             l.min.data(), l.minBuf.data(), l.maxOn.data(), l.max.data(), l.maxBuf.data(),
-                            l.brighterOn.data(), l.brighter.data(), &job.source, &rect, kReport);
+                            l.brighterOn.data(), l.brighter.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result Wavelet(const OperationJob& job) {
+Result Wavelet(OperationJob& job) {
   auto image = Destination<CImgWavelet>(job);
   const int scales = job.settings.Whole("scales");
-  CRect rect = job.rect;
   CRect size;
   image->SetDaubechyParams(job.settings.Whole("order"));
-  image->CalcBufferSize(&rect, scales, &size);
+  image->CalcBufferSize(&job.rect, scales, &size);
   const int planes = job.source.GetPlanes();
   CVynImage buffer(-32, size.right, size.bottom, planes, 1.0, 0.0, 1);
   for (int p = 0; p < planes; ++p)
     static_cast<CImage&>(buffer).SetLevel(p, job.source.GetLevelMin(p), job.source.GetLevelMax(p));
   buffer.SetProgressHandle(job.progress);
-  image->CopyToBuffer(&buffer, &job.source, &rect);
+  image->CopyToBuffer(&buffer, &job.source, &job.rect);
   const auto gains = [&](const char* key) {
     CArray<float, float> list;
     for (const double gain : job.settings.Repeated(key, static_cast<std::size_t>(scales)))
@@ -314,7 +302,7 @@ Result Wavelet(const OperationJob& job) {
   if (!image->DoMultiResSubbandDecomposition(&buffer, scales, kReport) ||
       !image->DoMultiResSubbandComposition(&buffer, scales, lowGain, &rows, &columns, &diagonals, kReport))
     throw Failure(kExitInterrupted, "interrupted");
-  image->CopyFromBuffer(image.get(), &rect, &buffer);
+  image->CopyFromBuffer(image.get(), &job.rect, &buffer);
   return image;
 }
 
@@ -331,7 +319,7 @@ void DevelopmentLevels(CVynImage& image, const Settings& settings) {
   }
 }
 
-Result DigitalDevelopment(const OperationJob& job) {
+Result DigitalDevelopment(OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   CVynImage& source = job.source;
@@ -360,15 +348,14 @@ Result DigitalDevelopment(const OperationJob& job) {
     constexpr int kMean = 3;
     mask[p] = masks[p] == 0 ? kMean : static_cast<int>(p);
   }
-  CRect rect = job.rect;
   const int develop = !s.On("gamma-only");
   if (after) {
     image->DigitalDvlpGmAftrDdp(develop, gamma.data(), &source, mask.data(), gammaMin.data(), gammaSpan.data(),
-                                offset.data(), multiplier.data(), &rect, kReport);
+                                offset.data(), multiplier.data(), &job.rect, kReport);
     return image;
   }
   image->DigitalDvlp2(develop, gamma.data(), &source, mask.data(), gammaMin.data(), gammaSpan.data(), offset.data(),
-                      multiplier.data(), &rect, kReport);
+                      multiplier.data(), &job.rect, kReport);
   // The curve reaches up to the greatest value and lifts everything with it; white follows.
   const std::size_t lifted = curved && develop ? static_cast<std::size_t>(s.Planes()) : 0;
   for (std::size_t p = 0; p < std::min(lifted, multiplier.size()); ++p) {
@@ -382,14 +369,14 @@ Result DigitalDevelopment(const OperationJob& job) {
 
 // ---- Stars and nebulae ----------------------------------------------------------------------------------------------
 
-Result StarSharpen(const OperationJob& job) {
+Result StarSharpen(OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   std::vector<double> radius = s.PerPlane("radius");
   std::vector<double> rank = s.PerPlane("rank");
   std::vector<double> threshold = s.PerPlane("threshold");
-  CRect rect = job.rect;
-  image->StarSharpFilter(radius.data(), rank.data(), threshold.data(), s.On("keep-peaks"), &job.source, &rect, kReport);
+  image->StarSharpFilter(radius.data(), rank.data(), threshold.data(), s.On("keep-peaks"), &job.source, &job.rect,
+                         kReport);
   return image;
 }
 
@@ -398,18 +385,17 @@ int StarRanks(const Settings& settings, int plane) {
   return disc.GetStarSharpFilterNum(settings.PerPlane("radius")[static_cast<std::size_t>(plane)]);
 }
 
-Result StarEnhance(const OperationJob& job) {
+Result StarEnhance(OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   const Headroom headroom(job);
   std::vector<double> sigma = s.PerPlane("sigma");
   std::vector<double> gain = s.PerPlane("gain");
   std::vector<double> threshold = headroom.Scaled(s.PerPlane("threshold"));
-  CRect rect = job.rect;
   if (s.Whole("smooth") == 1)
-    image->StarEnhanceFilter(sigma[0], gain[0], threshold[0], s.On("mask-only"), &job.source, &rect, kReport);
+    image->StarEnhanceFilter(sigma[0], gain[0], threshold[0], s.On("mask-only"), &job.source, &job.rect, kReport);
   else
-    image->StarEnhanceFilter2(sigma.data(), gain.data(), threshold.data(), s.On("mask-only"), &job.source, &rect,
+    image->StarEnhanceFilter2(sigma.data(), gain.data(), threshold.data(), s.On("mask-only"), &job.source, &job.rect,
                               kReport);
   return image;
 }
@@ -420,89 +406,81 @@ void CheckStarEnhance(const Settings& s) {
     throw Failure(kExitUsage, "--smooth before: takes one --sigma, --gain and --threshold for all planes");
 }
 
-Result StarMask(const OperationJob& job) {
+Result StarMask(OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   const Headroom headroom(job);
-  CRect rect = job.rect;
   image->StaryMask(s.Number("sigma"), s.Number("gain"), headroom.Scaled({s.Number("threshold")})[0], s.On("blend"),
-                   &job.source, &rect, kReport);
+                   &job.source, &job.rect, kReport);
   return image;
 }
 
-Result NebulaSmooth(const OperationJob& job) {
+Result NebulaSmooth(OperationJob& job) {
   auto image = Destination<CImgFilterSpecial>(job);
   const Settings& s = job.settings;
   std::vector<double> sigma = s.PerPlane("sigma");
   std::vector<double> threshold = s.PerPlane("threshold");
   std::vector<double> radius = s.PerPlane("radius");
-  CRect rect = job.rect;
-  image->NebularSmootherFilter(sigma.data(), threshold.data(), radius.data(), s.On("mask-only"), &job.source, &rect,
+  image->NebularSmootherFilter(sigma.data(), threshold.data(), radius.data(), s.On("mask-only"), &job.source, &job.rect,
                                kReport);
   return image;
 }
 
 // ---- Corrections ----------------------------------------------------------------------------------------------------
 
-Result HotPixels(const OperationJob& job) {
+Result HotPixels(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
-  CRect rect = job.rect;
   const bool cool = s.Has("cool");
   const bool hot = s.Has("hot");
   image->NoiseCut(s.Number("radius"), cool, cool ? s.Number("cool") : 0.0, hot, hot ? s.Number("hot") : 0.0,
-                  &job.source, &rect, kReport);
+                  &job.source, &job.rect, kReport);
   return image;
 }
 
-Result HotPixelsMosaic(const OperationJob& job) {
+Result HotPixelsMosaic(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
-  CRect rect = job.rect;
   const bool cool = s.Has("cool");
   const bool hot = s.Has("hot");
   image->CFANoiseCut(job.mosaic, cool, cool ? s.Number("cool") : 0.0, hot, hot ? s.Number("hot") : 0.0, &job.source,
-                     &rect, kReport);
+                     &job.rect, kReport);
   return image;
 }
 
-Result BackgroundSmooth(const OperationJob& job) {
+Result BackgroundSmooth(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   std::vector<double> level = ToRaw(job, s.PerPlane("level"));
   std::vector<double> buffer = s.PerPlane("buffer");
   std::vector<double> sigma = s.PerPlane("sigma");
-  CRect rect = job.rect;
   // The other kernel type gives the same Gaussian, and its weight is not read.
-  image->BkgSmooth(level.data(), buffer.data(), 0, sigma.data(), 1.0, &job.source, &rect, kReport);
+  image->BkgSmooth(level.data(), buffer.data(), 0, sigma.data(), 1.0, &job.source, &job.rect, kReport);
   return image;
 }
 
-Result FalseColour(const OperationJob& job) {
+Result FalseColour(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
   const std::vector<double>& ratio = s.List("ratio");
-  CRect rect = job.rect;
   image->FalseColorCut(static_cast<int>(ratio[0]), static_cast<int>(ratio[1]), static_cast<int>(ratio[2]),
-                       s.Number("tolerance"), s.Number("strength"), &job.source, &rect, kReport);
+                       s.Number("tolerance"), s.Number("strength"), &job.source, &job.rect, kReport);
   return image;
 }
 
-Result GuideError(const OperationJob& job) {
+Result GuideError(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   const Settings& s = job.settings;
-  CRect rect = job.rect;
   image->GuideErrorCanceller(s.Number("length"), s.Number("angle"), s.Number("weight"), s.Number("mix"), &job.source,
-                             &rect, kReport);
+                             &job.rect, kReport);
   return image;
 }
 
-Result Rank(const OperationJob& job) {
+Result Rank(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   std::vector<double> radius = job.settings.PerPlane("radius");
   std::vector<int> rank = job.settings.PerPlaneWhole("rank");
-  CRect rect = job.rect;
-  image->MinMaxFilter(radius.data(), rank.data(), &job.source, &rect, kReport);
+  image->MinMaxFilter(radius.data(), rank.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
@@ -511,7 +489,7 @@ int DiscRanks(const Settings& settings, int plane) {
   return disc.GetMinMaxFilterNmax(settings.PerPlane("radius")[static_cast<std::size_t>(plane)]);
 }
 
-Result Convolve(const OperationJob& job) {
+Result Convolve(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   std::vector<double> kernel = job.settings.List("kernel");
   if (job.settings.On("normalise")) {
@@ -523,9 +501,8 @@ Result Convolve(const OperationJob& job) {
   std::vector<int> radius(planes, side / 2);
   std::vector<double*> kernels(planes, kernel.data());
   Limits l(job.settings, job.settings.On("keep-brighter"));
-  CRect rect = job.rect;
   image->Custom(radius.data(), kernels.data(), l.minOn.data(), l.min.data(), l.minBuf.data(), l.maxOn.data(),
-                l.max.data(), l.maxBuf.data(), l.brighterOn.data(), l.brighter.data(), &job.source, &rect, kReport);
+                l.max.data(), l.maxBuf.data(), l.brighterOn.data(), l.brighter.data(), &job.source, &job.rect, kReport);
   return image;
 }
 
@@ -535,10 +512,9 @@ void CheckConvolve(const Settings& settings) {
     throw Failure(kExitUsage, "--normalise: the values of --kernel add up to 0");
 }
 
-Result Contour(const OperationJob& job) {
+Result Contour(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
-  CRect rect = job.rect;
-  image->ContourFilter(job.settings.Whole("steps"), job.settings.On("no-clamp"), &job.source, &rect, kReport);
+  image->ContourFilter(job.settings.Whole("steps"), job.settings.On("no-clamp"), &job.source, &job.rect, kReport);
   return image;
 }
 

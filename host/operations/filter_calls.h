@@ -5,37 +5,37 @@
 
 namespace qmr::calls {
 
-Result MedianPattern(const OperationJob& job);
-Result RankPattern(const OperationJob& job);
-Result Laplacian(const OperationJob& job);
-Result UnsharpPattern(const OperationJob& job);
+Result MedianPattern(OperationJob& job);
+Result RankPattern(OperationJob& job);
+Result Laplacian(OperationJob& job);
+Result UnsharpPattern(OperationJob& job);
 
-Result Gaussian(const OperationJob& job);
-Result Mean(const OperationJob& job);
-Result MeanKeepEdges(const OperationJob& job);
-Result Median(const OperationJob& job);
+Result Gaussian(OperationJob& job);
+Result Mean(OperationJob& job);
+Result MeanKeepEdges(OperationJob& job);
+Result Median(OperationJob& job);
 
-Result Sharpen(const OperationJob& job);
-Result SharpenEdges(const OperationJob& job);
-Result Unsharp(const OperationJob& job);
-Result MultibandSharpen(const OperationJob& job);
-Result Wavelet(const OperationJob& job);
+Result Sharpen(OperationJob& job);
+Result SharpenEdges(OperationJob& job);
+Result Unsharp(OperationJob& job);
+Result MultibandSharpen(OperationJob& job);
+Result Wavelet(OperationJob& job);
 
-Result DigitalDevelopment(const OperationJob& job);
+Result DigitalDevelopment(OperationJob& job);
 
-Result StarSharpen(const OperationJob& job);
-Result StarEnhance(const OperationJob& job);
-Result StarMask(const OperationJob& job);
-Result NebulaSmooth(const OperationJob& job);
+Result StarSharpen(OperationJob& job);
+Result StarEnhance(OperationJob& job);
+Result StarMask(OperationJob& job);
+Result NebulaSmooth(OperationJob& job);
 
-Result HotPixels(const OperationJob& job);
-Result HotPixelsMosaic(const OperationJob& job);
-Result BackgroundSmooth(const OperationJob& job);
-Result FalseColour(const OperationJob& job);
-Result GuideError(const OperationJob& job);
-Result Rank(const OperationJob& job);
-Result Convolve(const OperationJob& job);
-Result Contour(const OperationJob& job);
+Result HotPixels(OperationJob& job);
+Result HotPixelsMosaic(OperationJob& job);
+Result BackgroundSmooth(OperationJob& job);
+Result FalseColour(OperationJob& job);
+Result GuideError(OperationJob& job);
+Result Rank(OperationJob& job);
+Result Convolve(OperationJob& job);
+Result Contour(OperationJob& job);
 
 // Black a little below the sky, white where the development takes wide bright regions.
 void DevelopmentLevels(CVynImage& image, const Settings& settings);

@@ -13,7 +13,7 @@ namespace qmr {
 // What an operation is asked to do. The source has its levels and no pixel that is not a number.
 struct OperationJob {
   CVynImage& source;
-  CRect rect;  // inside the image, not empty
+  CRect rect;  // inside the image, not empty; the library takes it as a pointer and leaves it as it is
   const Settings& settings;
   int mosaic = 0;           // layout number of an undeveloped frame, 0 for any other image
   HWND progress = nullptr;  // may be null
@@ -22,7 +22,7 @@ struct OperationJob {
 // The result: the source's pixels outside the rectangle, the new ones inside; its levels show it from black to
 // white. The number of planes, and without a rectangle the size, may be another. The source's levels may change
 // meanwhile, and are as before in the end.
-using OperationCall = std::unique_ptr<CVynImage> (*)(const OperationJob& job);
+using OperationCall = std::unique_ptr<CVynImage> (*)(OperationJob& job);
 
 // What an operation works on: any developed image, one of three planes, or an undeveloped frame.
 enum class OperationInput { kPicture, kColour, kMosaic };

@@ -122,8 +122,8 @@ OperationReport RunOperation(OperationRequest& request, Steps& steps) {
   if (mosaic) report.mosaic = frame.mosaic.text;
 
   ProgressWindow window(steps, std::string(operation.name));
-  const std::unique_ptr<CVynImage> result =
-      operation.call({source, rect, request.settings, mosaic ? frame.mosaic.number : 0, &window});
+  OperationJob job{source, rect, request.settings, mosaic ? frame.mosaic.number : 0, &window};
+  const std::unique_ptr<CVynImage> result = operation.call(job);
   if (anew) report.levelsFrom = SetLevels(*result, {}, operation, request.settings);
   if (blank && !operation.moves) blank->Restore(*result);
   steps.Begin("Writing", 1);
