@@ -35,7 +35,7 @@ std::string UnknownWord(const CLI::App& program) {
     nearest = Nearest(word, candidates);
     line += candidates.empty()   ? "one word too many"
             : chosen == &program ? "no such command"
-                                 : "no such " + chosen->get_name();
+                                 : "qmr " + chosen->get_name() + " has nothing of that name";
   }
   if (!nearest.empty()) line += "; did you mean " + nearest + "?";
   return line;

@@ -53,6 +53,22 @@ QMR_EACH_PIXEL float FromUnit(double v, const RowLevels& levels) {
   return static_cast<float>(ToRaw(static_cast<float>(v * 255.0), levels.min, levels.range));
 }
 
+// `labOf(x)` gives the colour of each pixel.
+template <class LabOfPixel>
+void StoreRgb(int width, const RowLevels (&levels)[kRgbPlanes], RgbRows out, LabOfPixel labOf) {
+  float* const d0 = out[0];
+  float* const d1 = out[1];
+  float* const d2 = out[2];
+  const RowLevels l0 = levels[0], l1 = levels[1], l2 = levels[2];
+#pragma omp simd
+  for (int x = 0; x < width; ++x) {
+    const Rgb rgb = XyzToRgb(LabToXyz(labOf(x)));
+    d0[x] = FromUnit(rgb.r, l0);
+    d1[x] = FromUnit(rgb.g, l1);
+    d2[x] = FromUnit(rgb.b, l2);
+  }
+}
+
 }  // namespace
 
 void LrgbRow(RgbRows luminance, RgbRows colour, int width, const RowLevels (&levels)[kRgbPlanes], RgbRows out) {
@@ -62,34 +78,20 @@ void LrgbRow(RgbRows luminance, RgbRows colour, int width, const RowLevels (&lev
   const float* const v0 = colour[0];
   const float* const v1 = colour[1];
   const float* const v2 = colour[2];
-  float* const d0 = out[0];
-  float* const d1 = out[1];
-  float* const d2 = out[2];
-  const RowLevels l0 = levels[0], l1 = levels[1], l2 = levels[2];
-#pragma omp simd
-  for (int x = 0; x < width; ++x) {
-    const double l = LabOf(u0[x], u1[x], u2[x]).l;
-    const Lab lab = LabOf(v0[x], v1[x], v2[x]);
-    const Rgb rgb = XyzToRgb(LabToXyz({l, lab.a, lab.b}));
-    d0[x] = FromUnit(rgb.r, l0);
-    d1[x] = FromUnit(rgb.g, l1);
-    d2[x] = FromUnit(rgb.b, l2);
-  }
+  StoreRgb(
+      width, levels, out, [=](int x) __attribute__((always_inline)) {
+        const double l = LabOf(u0[x], u1[x], u2[x]).l;
+        const Lab lab = LabOf(v0[x], v1[x], v2[x]);
+        return Lab{l, lab.a, lab.b};
+      });
 }
 
 void LabToRgbRow(const float* l, const float* a, const float* b, int width, const RowLevels (&levels)[kRgbPlanes],
                  RgbRows out) {
-  float* const d0 = out[0];
-  float* const d1 = out[1];
-  float* const d2 = out[2];
-  const RowLevels l0 = levels[0], l1 = levels[1], l2 = levels[2];
-#pragma omp simd
-  for (int x = 0; x < width; ++x) {
-    const Rgb rgb = XyzToRgb(LabToXyz({l[x], a[x], b[x]}));
-    d0[x] = FromUnit(rgb.r, l0);
-    d1[x] = FromUnit(rgb.g, l1);
-    d2[x] = FromUnit(rgb.b, l2);
-  }
+  StoreRgb(
+      width, levels, out, [=](int x) __attribute__((always_inline)) {
+        return Lab{l[x], a[x], b[x]};
+      });
 }
 
 // ---- Blends of planes ----------------------------------------------------------------------------------------------
