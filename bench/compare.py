@@ -24,6 +24,7 @@ import numpy as np  # noqa: E402  (the thread count must be set before)
 
 import colour_peers as cp  # noqa: E402
 import filter_peers as fp  # noqa: E402
+import geometry_peers as gp  # noqa: E402
 
 cv2 = fp.cv2
 if cv2:
@@ -162,6 +163,7 @@ ROWS = [
     ("geometry_bench", "TurnedRows/1", "rotation, bicubic", "OpenCV warpAffine", lambda: opencv_warp(CV("INTER_CUBIC"), True)),
     ("geometry_bench", "TurnedRows/3", "rotation, Lanczos3", "OpenCV warpAffine Lanczos4",
      lambda: opencv_warp(CV("INTER_LANCZOS4"), True)),
+    *gp.ROWS,
     ("raw_bench", "DevelopBayer/gains:0", "Bayer development of 24 Mpx", "Siril RCD, less its i/o", siril_develop),
     ("raw_bench", "DarkAndFlat", "dark and flat of 24 Mpx", "", lambda: None),
     ("stack_bench", "Median", "median of 30 frames of 3000 x 2000", "", lambda: None),

@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <new>
 #include <optional>
 #include <span>
 
 #include "qmrimg/geometry/interp.h"
 #include "qmrimg/image/pixel_math.h"
 #include "qmrimg/image/row_access.h"
-#include "qmrimg/platform/exception.h"
 
 namespace qmr {
 namespace {
@@ -101,31 +99,18 @@ void ComposeRows(CVynImage& target, const ComposedRect& rect, const ComposedPlan
   });
 }
 
-RgbSampler::RgbSampler(const ComposedFrame& frame, int useImageCenter, double scale) {
+RgbSampler::RgbSampler(const ComposedFrame& frame, int useImageCenter, double scale)
+    : rows_(*frame.image), planes_(HasRgb(*frame.image) && rows_.Planes() >= kRgbPlanes ? kRgbPlanes : 1) {
   const CVynImage& image = *frame.image;
-  const int width = image.GetWidth();
-  const int height = image.GetHeight();
-  const int planes = HasRgb(image) ? kRgbPlanes : 1;
   const Turn turn = TurnOf(frame.angle);
-  const CfPoint centre = useImageCenter ? image.GetStdCtr() : CfPoint(width * 0.5, height * 0.5);
+  const CfPoint centre = useImageCenter ? image.GetStdCtr() : CfPoint(image.GetWidth() * 0.5, image.GetHeight() * 0.5);
   placement_ = {frame.dx, frame.dy, turn.sine, turn.cosine, scale, centre.x, centre.y};
   for (int p = 0; p < kRgbPlanes; ++p) levels_[p] = {image.GetLevelMin(p), image.GetLevelRange(p)};
-  rows_ = {nullptr, planes, width, height};
-  try {
-    for (int p = 0; p < planes; ++p) {
-      for (int y = 0; y < height; ++y) table_.push_back(ReadRow(image, y, p, 0, width).data());
-    }
-  } catch (const std::bad_alloc&) {
-    AfxThrowMemoryException();
-  }
-  // Without pixels to read, all of the frame is outside.
-  if (std::find(table_.begin(), table_.end(), nullptr) != table_.end()) rows_.width = 0;
-  rows_.table = table_.data();
 }
 
 void RgbSampler::Row(int left, int y, int width, RgbRows out) const {
-  SampleRow256(rows_, placement_, levels_, left, y, width, out);
-  for (int p = rows_.planes; p < kRgbPlanes; ++p) std::copy_n(out[0], width, out[p]);
+  SampleRow256(rows_, placement_, levels_, planes_, left, y, width, out);
+  for (int p = planes_; p < kRgbPlanes; ++p) std::copy_n(out[0], width, out[p]);
 }
 
 }  // namespace qmr

@@ -1,8 +1,6 @@
 // What the compositions of frames share.
 #pragma once
 
-#include <vector>
-
 #include "qmrimg/colour/kernels/composition_rows.h"
 #include "qmrimg/image/row_frame.h"
 #include "qmrimg/image/vyn_image.h"
@@ -68,10 +66,10 @@ class RgbSampler {
   void Row(int left, int y, int width, RgbRows out) const;
 
  private:
+  const RowTable rows_;
+  int planes_;
   Placement placement_;
   RowLevels levels_[kRgbPlanes];
-  std::vector<const float*> table_;
-  FrameRows rows_;
 };
 
 }  // namespace qmr

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "qmrimg/colour/kernels/lab_math.h"
+#include "qmrimg/image/kernels/transformed_row.h"
 #include "qmrimg/image/pixel_math.h"
 
 namespace qmr {
@@ -127,113 +128,18 @@ void PlaneBlendRow(PlaneBlend blend, const float* u, const float* v, int width, 
 
 // ---- Samples of a frame --------------------------------------------------------------------------------------------
 
-namespace {
-
-constexpr int kChunk = 256;
-
-struct Positions {
-  double x[kChunk];
-  double y[kChunk];
-};
-
-template <class Formula>
-void PlaceWith(int left, int count, Positions& at, Formula formula) {
-  double* const px = at.x;
-  double* const py = at.y;
-#pragma omp simd
-  for (int i = 0; i < count; ++i) {
-    const Position source = formula(left + i);
-    px[i] = source.x;
-    py[i] = source.y;
-  }
-}
-
-void PlaceColumns(const Placement& placement, int left, int y, int count, Positions& at) {
-  const Placement p = placement;
-  if (IsTurned(p))
-    PlaceWith(left, count, at, [y, p](int x) { return TurnedPosition(x, y, p); });
-  else if (p.scale == 1.0)
-    PlaceWith(left, count, at, [y, p](int x) { return ShiftedPosition(x, y, p); });
-  else
-    PlaceWith(left, count, at, [y, p](int x) { return ScaledPosition(x, y, p); });
-}
-
-// The cells of one axis.
-struct Cells {
-  int first[kChunk];
-  int second[kChunk];
-  double fraction[kChunk];
-};
-
-void FindCells(const double* positions, int count, int size, Cells& cells) {
-  int* const first = cells.first;
-  int* const second = cells.second;
-  double* const fraction = cells.fraction;
-#pragma omp simd
-  for (int i = 0; i < count; ++i) {
-    const Cell cell = CellOf(positions[i], size);
-    first[i] = cell.first;
-    second[i] = cell.second;
-    fraction[i] = cell.fraction;
-  }
-}
-
-// Columns begin..end - 1 of a chunk, wherever they lie.
-void SampleCells(const float* const* rows, const Cells& columns, const Cells& lines, int begin, int end, float* out) {
-  for (int i = begin; i < end; ++i) {
-    const float* const row0 = rows[lines.first[i]];
-    const float* const row1 = rows[lines.second[i]];
-    const int x0 = columns.first[i];
-    const int x1 = columns.second[i];
-    out[i] = Bilinear(row0[x0], row0[x1], row1[x0], row1[x1], columns.fraction[i], lines.fraction[i]);
-  }
-}
-
-// Columns 0..count - 1 that lie one after the other between two rows.
-void SampleLevelRun(const float* row0, const float* row1, const double* fractions, double fy, int count, float* out) {
-#pragma omp simd
-  for (int i = 0; i < count; ++i) out[i] = Bilinear(row0[i], row0[i + 1], row1[i], row1[i + 1], fractions[i], fy);
-}
-
-// How many columns from the first one on are one after the other, each with the next as its neighbour.
-int LevelRun(const Cells& columns, int count) {
-  int run = 0;
-  while (run < count && columns.first[run] == columns.first[0] + run && columns.second[run] > columns.first[run]) ++run;
-  return run;
-}
-
-}  // namespace
-
-void SampleRow256(const FrameRows& frame, const Placement& placement, const RowLevels (&levels)[kRgbPlanes], int left,
-                  int y, int count, RgbRows out) {
-  Positions at;
-  Cells columns;
-  Cells lines;
-  const bool turned = IsTurned(placement);
-  for (int start = 0; start < count; start += kChunk) {
-    const int chunk = std::min(kChunk, count - start);
-    PlaceColumns(placement, left + start, y, chunk, at);
-    const auto inside = [&](int i) { return IsInside({at.x[i], at.y[i]}, frame.width, frame.height); };
-    // Positions are monotonic on both axes, rounding included: those inside are one run.
-    int begin = 0;
-    while (begin < chunk && !inside(begin)) ++begin;
-    int end = chunk;
-    while (end > begin && !inside(end - 1)) --end;
-    const int run = end - begin;
-    FindCells(at.x + begin, run, frame.width, columns);
-    FindCells(at.y + begin, run, frame.height, lines);
-    const int level = turned ? 0 : LevelRun(columns, run);
-    for (int p = 0; p < frame.planes; ++p) {
+void SampleRow256(const RowTable& frame, const Placement& placement, const RowLevels (&levels)[kRgbPlanes], int planes,
+                  int left, int y, int count, RgbRows out) {
+  TransformedPiece piece;
+  for (int start = 0; start < count; start += TransformedPiece::kMost) {
+    const int length = std::min(TransformedPiece::kMost, count - start);
+    const ColumnRun run = piece.Place(placement, left + start, y, length, frame.Width(), frame.Height());
+    for (int p = 0; p < planes; ++p) {
       float* const row = out[p] + start;
-      std::fill(row, row + begin, 0.0f);
-      const float* const* const rows =
-          frame.table + static_cast<std::size_t>(p) * static_cast<std::size_t>(frame.height);
-      if (level > 0)
-        SampleLevelRun(rows[lines.first[0]] + columns.first[0], rows[lines.second[0]] + columns.first[0],
-                       columns.fraction, lines.fraction[0], level, row + begin);
-      SampleCells(rows, columns, lines, level, run, row + begin);
-      To256Row({row + begin, static_cast<std::size_t>(run)}, row + begin, levels[p]);
-      std::fill(row + end, row + chunk, 0.0f);
+      std::fill(row, row + run.begin, 0.0f);
+      piece.Sample(frame.Plane(p), row + run.begin);
+      To256Row({row + run.begin, static_cast<std::size_t>(run.Length())}, row + run.begin, levels[p]);
+      std::fill(row + run.end, row + length, 0.0f);
     }
   }
 }

@@ -5,6 +5,7 @@
 
 #include "qmrimg/image/bilinear.h"
 #include "qmrimg/image/kernels/level_rows.h"
+#include "qmrimg/image/row_table.h"
 
 namespace qmr {
 
@@ -34,17 +35,9 @@ enum class PlaneBlend { kMean, kDifference, kInverseDifference };
 void PlaneBlendRow(PlaneBlend blend, const float* u, const float* v, int width, double full, const RowLevels& levels,
                    float* out);
 
-// Planes of a frame by the addresses of their rows, one plane after the other.
-struct FrameRows {
-  const float* const* table;
-  int planes;
-  int width;
-  int height;
-};
-
-// Bilinear samples of columns left..left + count - 1 of row y of the result, on the 256-scale of each plane; 0.0
-// outside of the frame. A frame of one plane fills the first row alone.
-void SampleRow256(const FrameRows& frame, const Placement& placement, const RowLevels (&levels)[kRgbPlanes], int left,
-                  int y, int count, RgbRows out);
+// Bilinear samples of columns left..left + count - 1 of row y of the result, on the 256-scale of each of the first
+// `planes` planes; 0.0 outside of the frame.
+void SampleRow256(const RowTable& frame, const Placement& placement, const RowLevels (&levels)[kRgbPlanes], int planes,
+                  int left, int y, int count, RgbRows out);
 
 }  // namespace qmr
