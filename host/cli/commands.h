@@ -18,6 +18,11 @@ void AddCompose(CLI::App& program, Run& run);
 void AddSplit(CLI::App& program, Run& run);
 void AddLevels(CLI::App& program, Run& run);
 void AddRun(CLI::App& program, Run& run);
+void AddGeometry(CLI::App& program, Run& run);
+void AddMeasure(CLI::App& program, Run& run);
+void AddComposite(CLI::App& program, Run& run);
+void AddMosaic(CLI::App& program, Run& run);
+void AddAnnotate(CLI::App& program, Run& run);
 void AddInfo(CLI::App& program, Run& run);
 
 }  // namespace qmr

@@ -10,6 +10,7 @@
 
 #include "host/cli/choose.h"
 #include "host/cli/commands.h"
+#include "host/cli/shared_options.h"
 #include "host/cli/terminal_steps.h"
 #include "host/compose/compose.h"
 #include "host/compose/given_levels.h"
@@ -130,9 +131,7 @@ void AddComposition(CLI::App& command, const char* name, const char* summary, Co
     leaf->add_option("--blend", arguments->blend,
                      "Show how the frames fit instead: mean, difference or inverse (white less the difference)")
         ->option_text("HOW");
-  leaf->add_flag("--force,-f", arguments->force, "Replace OUT if it exists");
-  leaf->add_flag("--verbose,-v", arguments->verbose, "Print all settings, those that were found included");
-  leaf->add_flag("--quiet,-q", arguments->quiet, "Say nothing but warnings and errors");
+  AddResultFlags(*leaf, arguments->force, arguments->verbose, arguments->quiet);
   leaf->callback([composition, arguments, &run] {
     run = [composition, arguments] { return RunCompose(composition, *arguments); };
   });

@@ -39,6 +39,11 @@ int RunProgram(int argc, char** argv) {
   qmr::AddSplit(program, run);
   qmr::AddLevels(program, run);
   qmr::AddRun(program, run);
+  qmr::AddGeometry(program, run);
+  qmr::AddMeasure(program, run);
+  qmr::AddComposite(program, run);
+  qmr::AddMosaic(program, run);
+  qmr::AddAnnotate(program, run);
   qmr::AddInfo(program, run);
   try {
     program.parse(argc, argv);

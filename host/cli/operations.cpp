@@ -1,4 +1,4 @@
-// `qmr filter` and `qmr adjust`: one operation of the library on one file.
+// `qmr filter`, `qmr adjust` and the geometric commands: one operation of the library on one file.
 #include <cstdio>
 #include <deque>
 #include <memory>
@@ -47,10 +47,11 @@ int RunCommand(const OperationFamily& family, const OperationSpec& operation, co
   return kExitDone;
 }
 
-void AddOne(CLI::App& command, const OperationFamily& family, const OperationSpec& operation, Run& run) {
+CLI::App* AddOne(CLI::App& command, const OperationFamily& family, const OperationSpec& operation, Run& run) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* leaf = command.add_subcommand(std::string(operation.name), std::string(operation.summary));
-  leaf->group(std::string(operation.group));
+  if (!operation.group.empty()) leaf->group(std::string(operation.group));
+  leaf->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   for (const Parameter* parameter : ParametersOf(operation)) {
     Arguments::Said& said = arguments->said.emplace_back(Arguments::Said{parameter, nullptr, {}, false});
     const std::string name = "--" + std::string(parameter->key);
@@ -72,6 +73,7 @@ void AddOne(CLI::App& command, const OperationFamily& family, const OperationSpe
   leaf->callback([&family, &operation, arguments, &run] {
     run = [&family, &operation, arguments] { return RunCommand(family, operation, *arguments); };
   });
+  return leaf;
 }
 
 std::string ListText(const OperationFamily& family) {
@@ -145,6 +147,15 @@ void AddAdjust(CLI::App& program, Run& run) {
       "`qmr adjust NAME --help` explains an adjustment. Levels count from 0, black, to 255, white; bright stars lie\n"
       "above. A list gives each plane its own value: --brightness 10,0,-5."};
   AddFamily(program, family, run);
+}
+
+void AddGeometry(CLI::App& program, Run& run) {
+  static constexpr OperationFamily family = {"", "an operation", "", GeometricOperations, ""};
+  for (const OperationSpec& operation : GeometricOperations())
+    AddOne(program, family, operation, run)
+        ->footer(
+            "Columns and rows count from 0 as they lie in the file, pixel centres are whole numbers, and row 0 is the\n"
+            "top (a file that says ROWORDER BOTTOM-UP is shown the other way up). Pixels without a value stay so.");
 }
 
 }  // namespace qmr

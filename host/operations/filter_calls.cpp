@@ -21,6 +21,7 @@
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 #include "qmrimg/platform/array.h"
+#include "qmrimg/stacking/rttn_grdnt.h"
 
 namespace qmr::calls {
 namespace {
@@ -303,6 +304,30 @@ Result Wavelet(OperationJob& job) {
       !image->DoMultiResSubbandComposition(&buffer, scales, lowGain, &rows, &columns, &diagonals, kReport))
     throw Failure(kExitInterrupted, "interrupted");
   image->CopyFromBuffer(image.get(), &job.rect, &buffer);
+  return image;
+}
+
+void FindMiddle(CVynImage& image, Settings& settings) {
+  if (!settings.Has("centre")) settings.Set("centre", {(image.GetWidth() - 1) / 2.0, (image.GetHeight() - 1) / 2.0});
+}
+
+void CheckRotationalGradient(const Settings& settings) {
+  for (const char* key : {"mask-min", "mask-min-buffer", "mask-max", "mask-max-buffer"}) {
+    const std::vector<double> values = settings.PerPlane(key);
+    const bool none = std::all_of(values.begin(), values.end(), [](double v) { return std::isnan(v); });
+    if (!none && !AllEqual(values))
+      throw Failure(kExitUsage, "--" + std::string(key) + ": takes one value for all planes here");
+  }
+}
+
+Result RotationalGradient(OperationJob& job) {
+  auto image = Destination<CImgRttnGrdnt>(job);
+  const Settings& s = job.settings;
+  const std::vector<double>& centre = s.List("centre");
+  const Limits l(s);
+  // Without a percentage below 0 the protection is full.
+  image->Do(s.Number("angle"), s.Number("strength"), centre[0], centre[1], l.minOn[0], l.min[0], l.minBuf[0],
+            l.maxOn[0], l.max[0], l.maxBuf[0], s.On("keep-brighter"), 100.0, 0, &job.source, &job.rect, kReport);
   return image;
 }
 

@@ -20,6 +20,7 @@ Result SharpenEdges(OperationJob& job);
 Result Unsharp(OperationJob& job);
 Result MultibandSharpen(OperationJob& job);
 Result Wavelet(OperationJob& job);
+Result RotationalGradient(OperationJob& job);
 
 Result DigitalDevelopment(OperationJob& job);
 
@@ -40,6 +41,9 @@ Result Contour(OperationJob& job);
 // Black a little below the sky, white where the development takes wide bright regions.
 void DevelopmentLevels(CVynImage& image, const Settings& settings);
 
+// The middle of the picture where no centre is given.
+void FindMiddle(CVynImage& image, Settings& settings);
+
 // Pixels in the sorted window of each rank filter.
 int PatternRanks(const Settings& settings, int plane);
 int DiscRanks(const Settings& settings, int plane);
@@ -47,6 +51,7 @@ int StarRanks(const Settings& settings, int plane);
 
 void CheckMean(const Settings& settings);
 void CheckUnsharp(const Settings& settings);
+void CheckRotationalGradient(const Settings& settings);
 void CheckStarEnhance(const Settings& settings);
 void CheckConvolve(const Settings& settings);
 

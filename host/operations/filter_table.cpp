@@ -260,6 +260,32 @@ std::vector<OperationSpec> MakeFilters() {
                               ScaleGain("column-gain", "Gain of the detail along columns"),
                               ScaleGain("diagonal-gain", "Gain of the diagonal detail")},
                .call = Wavelet});
+  t.push_back(
+      {.name = "rotational-gradient",
+       .group = kSharpening,
+       .summary = "Jets of comets and streamers of the corona: each pixel against those an angle further round",
+       .parameters = {{.key = "angle",
+                       .meaning = "Angle to either side under which the two pixels lie that it is compared with",
+                       .unit = "degrees",
+                       .most = 180.0,
+                       .fallback = "15"},
+                      {.key = "strength",
+                       .meaning = "How strongly the picture itself counts: the smaller, the more structure; 0 "
+                                  "for the structure alone, which lies about 0",
+                       .most = 1000.0,
+                       .fallback = "1"},
+                      {.key = "centre",
+                       .meaning = "Column and row of the centre, from 0 in the order of the file",
+                       .unit = "pixels",
+                       .count = Count::kTwo,
+                       .least = -1e6,
+                       .most = 1e6,
+                       .range = "by default the middle of the picture"}},
+       .call = RotationalGradient,
+       .selects = true,
+       .keepsBright = true,
+       .check = CheckRotationalGradient,
+       .find = FindMiddle});
 
   t.push_back(
       {.name = "digital-development",

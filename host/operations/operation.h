@@ -2,21 +2,29 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
+#include "host/operations/blank_pixels.h"
 #include "host/operations/parameters.h"
+#include "host/operations/sky_keywords.h"
 #include "qmrimg/image/vyn_image.h"
 
 namespace qmr {
 
-// What an operation is asked to do. The source has its levels and no pixel that is not a number.
+// What an operation is asked to do. The source has its levels and no pixel that is not a number; its pixels are the
+// operation's to use up.
 struct OperationJob {
   CVynImage& source;
   CRect rect;  // inside the image, not empty; the library takes it as a pointer and leaves it as it is
   const Settings& settings;
   int mosaic = 0;           // layout number of an undeveloped frame, 0 for any other image
   HWND progress = nullptr;  // may be null
+  // Those of the source, for operations that move pixels and see to them themselves; null when there is none.
+  const BlankPixels* blank = nullptr;
+  // Such operations tell where the pixels lie now; without a map nobody knows.
+  std::optional<PixelMap> map = {};
 };
 
 // The result: the source's pixels outside the rectangle, the new ones inside; its levels show it from black to
@@ -28,8 +36,9 @@ using OperationCall = std::unique_ptr<CVynImage> (*)(OperationJob& job);
 enum class OperationInput { kPicture, kColour, kMosaic };
 
 // What becomes of the levels. Those of a result that needs them to be shown rightly go into its header; an operation on
-// the values of the file needs none, and its result gets new ones.
-enum class ResultLevels { kUntold, kTold, kAnew };
+// the values of the file needs none, and its result gets new ones. Where the values stay or keep their looks the file's
+// own levels go on, or those that the user gives; levels that were found are for a PNG alone.
+enum class ResultLevels { kUntold, kTold, kAnew, kKept };
 
 struct OperationSpec {
   std::string_view name;
@@ -41,7 +50,9 @@ struct OperationSpec {
   bool selects = false;      // has limits that choose the pixels to change
   bool keepsBright = false;  // can keep pixels from getting darker
   bool wholeOnly = false;    // takes no rectangle
-  bool moves = false;        // pixels of the result lie elsewhere, and none is blank
+  bool moves = false;        // pixels of the result lie elsewhere; which of them are blank is its own affair
+  // Whether an undeveloped Bayer frame is one after it as well; null for never.
+  bool (*keepsMosaic)(const Settings& settings) = nullptr;
   ResultLevels resultLevels = ResultLevels::kUntold;
   Settings::RankCount ranks = nullptr;
   // Checks what the rows can't say; null when there is nothing. Throws a Failure with kExitUsage.
@@ -57,10 +68,11 @@ struct OperationSpec {
 // In the order of groups.
 const std::vector<OperationSpec>& Filters();
 const std::vector<OperationSpec>& Adjustments();
+const std::vector<OperationSpec>& GeometricOperations();
 
 // A table under the command that offers it.
 struct OperationFamily {
-  std::string_view command;  // "filter"
+  std::string_view command;  // "filter"; empty for operations that are commands themselves
   std::string_view one;      // "a filter"
   std::string_view summary;  // of the command
   const std::vector<OperationSpec>& (*operations)();

@@ -14,7 +14,7 @@
 namespace qmr {
 namespace {
 
-void CheckInput(const OperationSpec& operation, const LightFrame& frame) {
+void CheckInput(const OperationSpec& operation, const Settings& settings, const LightFrame& frame) {
   const std::string name = PrintablePath(frame.path);
   const MosaicLayout& mosaic = frame.mosaic;
   if (operation.input == OperationInput::kMosaic) {
@@ -25,7 +25,8 @@ void CheckInput(const OperationSpec& operation, const LightFrame& frame) {
       throw Failure(kExitBadData, name + ": its mosaic is not known: " + mosaic.text);
     return;
   }
-  RefuseMosaic(frame);
+  if (!(mosaic.kind == MosaicLayout::Kind::Bayer && operation.keepsMosaic && operation.keepsMosaic(settings)))
+    RefuseMosaic(frame);
   if (operation.input == OperationInput::kColour && frame.image->GetPlanes() < 3)
     throw Failure(kExitBadData, name + ": has one plane; " + std::string(operation.name) + " wants colour");
 }
@@ -52,14 +53,33 @@ std::string SetLevels(CVynImage& image, const std::vector<Keyword>& keywords, co
   return SetLevelsOfFile(image, keywords);
 }
 
+// Whether the header of the result says its levels anew.
+bool TellsLevels(const OperationRequest& request, const LightFrame& frame, const CVynImage& source,
+                 const CVynImage& result) {
+  const bool given = request.settings.Has("levels");
+  const bool changed = result.GetLevelMin(0) != source.GetLevelMin(0) || result.GetLevelMax(0) != source.GetLevelMax(0);
+  switch (request.operation->resultLevels) {
+    case ResultLevels::kUntold:
+      return false;
+    case ResultLevels::kTold:
+      return true;
+    case ResultLevels::kAnew:
+      return given;
+    case ResultLevels::kKept:
+      return given || (changed && FindKeyword(frame.keywords, "CBLACK"));
+  }
+  return false;
+}
+
 // The keywords of the source, as far as they hold for the result.
-std::vector<Keyword> ResultKeywords(const OperationRequest& request, const LightFrame& frame, const CVynImage& result) {
+std::vector<Keyword> ResultKeywords(const OperationRequest& request, const LightFrame& frame, const OperationJob& job,
+                                    const CVynImage& result) {
   std::vector<Keyword> keywords = frame.keywords;
-  const ResultLevels levels = request.operation->resultLevels;
-  if (levels == ResultLevels::kAnew) DropLevelKeywords(keywords);
-  if (levels == ResultLevels::kTold || (levels == ResultLevels::kAnew && request.settings.Has("levels")))
-    SetLevelKeywords(keywords, result);
-  if (request.operation->moves) DropSkyKeywords(keywords);
+  if (request.operation->resultLevels == ResultLevels::kAnew) DropLevelKeywords(keywords);
+  if (TellsLevels(request, frame, job.source, result)) SetLevelKeywords(keywords, result);
+  if (request.operation->moves) CarryPlaceKeywords(keywords, job.map);
+  if (job.map && frame.mosaic.kind == MosaicLayout::Kind::Bayer)
+    CarryMosaicKeywords(keywords, *job.map, frame.mosaic.number, result.GetHeight());
   return keywords;
 }
 
@@ -80,9 +100,13 @@ void Find(const OperationSpec& operation, const LightFrame& frame, Settings& set
 
 // The settings as a command that gives the same again, with the levels that were found.
 std::string CommandText(const OperationRequest& request, const CVynImage& image) {
-  std::string text = "qmr " + std::string(request.family->command) + " " + std::string(request.operation->name);
+  std::string text = "qmr ";
+  if (!request.family->command.empty()) text.append(request.family->command).append(" ");
+  text += request.operation->name;
   if (const std::string settings = request.settings.Text(); !settings.empty()) text.append(" ").append(settings);
-  if (request.operation->resultLevels != ResultLevels::kAnew && !request.settings.Has("levels")) {
+  const ResultLevels levels = request.operation->resultLevels;
+  const bool matter = levels == ResultLevels::kUntold || levels == ResultLevels::kTold;
+  if (matter && !request.settings.Has("levels")) {
     text += " --levels ";
     for (int p = 0; p < image.GetPlanes(); ++p)
       text.append(p == 0 ? "" : ",")
@@ -103,7 +127,7 @@ OperationReport RunOperation(OperationRequest& request, Steps& steps) {
   steps.Begin("Reading", 1);
   LightFrame frame = LoadPicture(request.input, request.bayer);
   steps.End("");
-  CheckInput(operation, frame);
+  CheckInput(operation, request.settings, frame);
   CVynImage& source = *frame.image;
   request.settings.Finish(source.GetPlanes(), operation.ranks);
   if (operation.check) operation.check(request.settings);
@@ -122,12 +146,13 @@ OperationReport RunOperation(OperationRequest& request, Steps& steps) {
   if (mosaic) report.mosaic = frame.mosaic.text;
 
   ProgressWindow window(steps, std::string(operation.name));
-  OperationJob job{source, rect, request.settings, mosaic ? frame.mosaic.number : 0, &window};
+  OperationJob job{
+      source, rect, request.settings, mosaic ? frame.mosaic.number : 0, &window, blank ? &*blank : nullptr};
   const std::unique_ptr<CVynImage> result = operation.call(job);
   if (anew) report.levelsFrom = SetLevels(*result, {}, operation, request.settings);
   if (blank && !operation.moves) blank->Restore(*result);
   steps.Begin("Writing", 1);
-  WritePicture(request.output, *result, ResultKeywords(request, frame, *result), report.command);
+  WritePicture(request.output, *result, ResultKeywords(request, frame, job, *result), report.command);
   steps.End("");
   return report;
 }

@@ -82,7 +82,8 @@ TEST_F(FilterCommand, OffersEveryFilterOfTheLibrary) {
   std::istringstream words(
       "gaussian mean mean-keep-edges median background-smooth nebula-smooth sharpen sharpen-edges unsharp wavelet "
       "digital-development multiband-sharpen star-sharpen star-enhance star-mask hot-pixels hot-pixels-mosaic "
-      "false-colour guide-error convolve rank contour median-pattern rank-pattern laplacian unsharp-pattern");
+      "false-colour guide-error convolve rank contour median-pattern rank-pattern laplacian unsharp-pattern "
+      "rotational-gradient");
   const std::set<std::string> names(std::istream_iterator<std::string>(words), {});
   std::set<std::string> offered;
   const Outcome list = RunQmr({"filter", "--list"});
@@ -197,7 +198,8 @@ TEST_F(FilterCommand, WordsThatMeanTheSame) {
         "0.1111111111111111,0.1111111111111111,0.1111111111111111,0.1111111111111111,0.1111111111111111,"
         "0.1111111111111111,0.1111111111111111,0.1111111111111111,0.1111111111111111"}},
       {{"wavelet", "--scales", "2", "--row-gain", "3"}, {"wavelet", "--scales", "2", "--row-gain", "3,3"}},
-      {{"digital-development", "--gamma", "1", "--order", "gamma-first"}, {"digital-development"}}};
+      {{"digital-development", "--gamma", "1", "--order", "gamma-first"}, {"digital-development"}},
+      {{"rotational-gradient", "--centre", "44.5,34.5"}, {"rotational-gradient"}}};
   for (const auto& [a, b] : same)
     EXPECT_EQ(Bits(Run(a, in)), Bits(Run(b, in))) << testing::PrintToString(a) << testing::PrintToString(b);
   const std::vector<std::pair<Words, Words>> different = {
@@ -207,6 +209,8 @@ TEST_F(FilterCommand, WordsThatMeanTheSame) {
       {{"star-mask"}, {"star-mask", "--headroom", "1"}},
       {{"digital-development", "--gamma", "2"}, {"digital-development", "--gamma", "2", "--order", "gamma-first"}},
       {{"digital-development"}, {"digital-development", "--divide-by", "own"}},
+      {{"rotational-gradient"}, {"rotational-gradient", "--mask-min", "30"}},
+      {{"rotational-gradient"}, {"rotational-gradient", "--keep-brighter"}},
       {{"hot-pixels"}, {"hot-pixels", "--hot", "none"}}};
   for (const auto& [a, b] : different)
     EXPECT_NE(Bits(Run(a, in)), Bits(Run(b, in))) << testing::PrintToString(a) << testing::PrintToString(b);
@@ -285,6 +289,8 @@ TEST_F(FilterCommand, BadWordsAreOneLineAndExit64) {
       {{"convolve", "--kernel", "0,-1,0,-1,4,-1,0,-1,0", "--normalise", in, "OUT"}, "add up to 0"},
       {{"false-colour", "--ratio", "1,2", in, "OUT"}, "three values"},
       {{"false-colour", "--ratio", "0,2,3", in, "OUT"}, "1 to"},
+      {{"rotational-gradient", "--centre", "9", in, "OUT"}, "two values"},
+      {{"rotational-gradient", "--mask-min", "9,none,9", in, "OUT"}, "one value"},
       {{"contour", "--steps", "1", in, "OUT"}, "2 to"}};
   for (const auto& [given, said] : cases) {
     Words words = {"filter"};
@@ -336,7 +342,8 @@ TEST_F(FilterCommand, HistoryRepeatsTheResult) {
          {Words{"unsharp", "--sigma", "1.3", "--mask-min", "12.345", "--mask-min-buffer", "7", "--keep-brighter"},
           Words{"digital-development", "--gamma", "1.5"}, Words{"rank", "--rank", "40%"},
           Words{"mean-keep-edges", "--rect", "3,4,50,60"}, Words{"star-mask", "--blend"},
-          Words{"wavelet", "--row-gain", "2,1.7,1,0.3"}}) {
+          Words{"wavelet", "--row-gain", "2,1.7,1,0.3"},
+          Words{"rotational-gradient", "--angle", "20", "--mask-max", "90"}}) {
       const DecodedImage first = Run(words, in);
       EXPECT_EQ(KeywordText(first.keywords, "OBJECT"), "M 42");
       EXPECT_THAT(KeywordText(first.keywords, "PROGRAM").value_or(""), HasSubstr("qmrimg"));
