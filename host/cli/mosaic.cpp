@@ -20,7 +20,7 @@ namespace {
 struct Arguments {
   FrameMosaicRequest request;
   std::vector<std::string> paths, at;
-  std::string align = "none", interpolation = "Bicubic", overlap = "new", maskColour, background = "0";
+  std::string align = "none", interpolation = "Bicubic", overlap = "new", maskColour, background = "blank";
   CLI::Option *range = nullptr, *feather = nullptr;
   bool verbose = false, quiet = false;
 };
@@ -145,7 +145,7 @@ void AddMosaic(CLI::App& program, Run& run) {
   AddInterpolation(*command, arguments->interpolation);
   command
       ->add_option("--background", arguments->background,
-                   "Value of pixels that no frame covers, or blank for none; default 0")
+                   "Value of pixels that no frame covers; by default they are blank: without a value")
       ->option_text("V");
   AddResultFlags(*command, request.force, arguments->verbose, arguments->quiet);
   command->footer("Columns and rows count as they stand in the file, from 0; whole numbers are middles of pixels.");

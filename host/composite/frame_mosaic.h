@@ -26,10 +26,10 @@ struct FrameMosaicRequest {
   PlaceSearch search;               // measures the places anew, starting from those
   int interpolation = 1;            // method number of CInterp
   FrameOverlap overlap = FrameOverlap::kNew;
-  std::vector<double> maskColour;          // for kNewMasked: one value or three
-  bool matchSky = false;                   // bring each frame's sky to that of the mosaic so far
-  int feather = 0;                         // for kNew: pixels over which a frame's edge blends in
-  std::optional<double> background = 0.0;  // of pixels that no frame covers; nothing: without a value
+  std::vector<double> maskColour;    // for kNewMasked: one value or three
+  bool matchSky = false;             // bring each frame's sky to that of the mosaic so far
+  int feather = 0;                   // for kNew: pixels over which a frame's edge blends in
+  std::optional<double> background;  // of pixels that no frame covers; nothing: they have no value
   std::string output;
   bool force = false;
 };
