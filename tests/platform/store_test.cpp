@@ -1,5 +1,6 @@
 // The pixel store, the base image, settings.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -295,7 +296,7 @@ TEST(Header, UnknownNumbersHaveTheirValue) {
 class Settings : public testing::Test {
  protected:
   void SetUp() override {
-    path_ = testing::TempDir() + "/qmrimg-settings-test.ini";
+    path_ = testing::TempDir() + "qmrimg-settings-" + std::to_string(getpid()) + ".ini";
     std::ofstream(path_) << "; a comment\n[ eval ]\r\nMin = "
                             "3\r\nMax=ten\nBig=99999999999\n[Psf]\n MAX = 7.25 "
                             "\nLow=nan\nPlus=+1e2\n[Empty";

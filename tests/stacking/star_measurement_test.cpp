@@ -1,12 +1,15 @@
 // Widths of stars, statistics of pixels and the focus score: worked examples, literal references, and stars and noise
 // whose truth is known.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <fstream>
 #include <limits>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #include "qmrimg/filters/filter_blur.h"
@@ -23,15 +26,21 @@ namespace {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-// Settings for the length of a scope.
+// Settings for the length of a scope, in a file of this process: tests run side by side.
 class Settings {
  public:
-  explicit Settings(const std::string& text) {
-    const std::string path = testing::TempDir() + "star_settings.ini";
-    std::ofstream(path) << text;
-    SetSettingsFile(path);
+  explicit Settings(const std::string& text)
+      : path_(testing::TempDir() + "star_settings_" + std::to_string(getpid()) + ".ini") {
+    std::ofstream(path_) << text;
+    SetSettingsFile(path_);
   }
-  ~Settings() { SetSettingsFile(""); }
+  ~Settings() {
+    SetSettingsFile("");
+    std::remove(path_.c_str());
+  }
+
+ private:
+  const std::string path_;
 };
 
 // A field of equal Gaussian stars integrated over the pixels, one in the middle of each cell give or take a random
