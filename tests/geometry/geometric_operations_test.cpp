@@ -169,7 +169,8 @@ TEST(Resolution, TakesTheOldSizeFromTheObject) {
 
 TEST(Rotate, FollowsItsFormulas) {
   constexpr unsigned long kColor = 0x30c864;  // red 100, green 200, blue 48
-  for (const auto& [w, h] : kShapes) {
+  for (const auto& [sourceWidth, sourceHeight] : kShapes) {
+    const int w = sourceWidth, h = sourceHeight;
     for (const int planes : {1, 3}) {
       CVynImage source = Noise(w, h, planes, 6);
       for (int p = 0; p < planes; ++p) source.SetLevel(p, -10.0 - p, 500.0 + p);
