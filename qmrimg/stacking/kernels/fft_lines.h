@@ -7,16 +7,15 @@
 #include <cstddef>
 #include <vector>
 
-namespace qmr {
+#include "qmrimg/stacking/kernels/fft_butterflies.h"
 
-// The sign of the exponent.
-enum class FftSign { kPlus, kMinus };
+namespace qmr {
 
 // Twiddle factors and passes of one length. Nothing changes after construction: all threads share one plan.
 class FftPlan {
  public:
   // Columns that travel together: 16 of them fill two cache lines.
-  static constexpr int kLanes = 16;
+  static constexpr int kLanes = kFftLanes;
 
   // `length` is a power of two, at least 1.
   explicit FftPlan(int length);
@@ -34,23 +33,16 @@ class FftPlan {
   void Columns(float* first, std::ptrdiff_t stride, int count, FftSign sign, float scale, float* work) const;
 
  private:
-  struct Pass {
-    int radix;
-    int blocks;         // butterflies with factors of their own
-    int stride;         // butterflies that share one set of factors
-    std::size_t roots;  // where the factors of the pass begin
-  };
-
-  std::vector<Pass> MakePasses(int n);
-  float* Short(const std::vector<Pass>& passes, float* a, float* b) const;
+  std::vector<FftPass> MakePasses(int n);
+  float* Short(const std::vector<FftPass>& passes, float* a, float* b) const;
   void LongRow(float* line, bool swap, float scale, float* work) const;
 
   int length_;
   int outer_;  // a long line is a matrix of outer_ x inner_ elements; a short one has inner_ = 1
   int inner_;
   std::size_t workFloats_;
-  std::vector<Pass> outerPasses_;
-  std::vector<Pass> innerPasses_;
+  std::vector<FftPass> outerPasses_;
+  std::vector<FftPass> innerPasses_;
   std::vector<float> roots_;
   std::vector<float> crossRe_;  // factors between the two steps of a long line, outer_ x inner_
   std::vector<float> crossIm_;

@@ -4,8 +4,8 @@
 
 namespace qmr {
 
-// cos(2 pi k / n) and sin(2 pi k / n) for 0 <= k < n, n a power of two; exact at multiples of an eighth turn but for
-// the rounding of sqrt(0.5).
+// cos(2 pi k / n) and sin(2 pi k / n) for 0 <= k < n; exact at multiples of an eighth turn but for the rounding of
+// sqrt(0.5).
 void UnitRoot(long k, long n, double* cosine, double* sine);
 
 // cos(t) for 0 <= t <= pi, absolute error below 3e-16.
