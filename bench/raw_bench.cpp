@@ -1,4 +1,4 @@
-// Development of Bayer mosaics and calibration, 24 million pixels.
+// Development of Bayer and honeycomb mosaics, and calibration, 24 million pixels.
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
@@ -7,6 +7,7 @@
 
 #include "qmrimg/image/vyn_image.h"
 #include "qmrimg/raw/bayer_to_rgb.h"
+#include "qmrimg/raw/honeycomb_to_rgb.h"
 
 namespace {
 
@@ -51,6 +52,37 @@ void DevelopBayer(benchmark::State& state) {
       benchmark::Counter(static_cast<double>(kPixels), benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(DevelopBayer)->ArgName("gains")->Arg(0)->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void DevelopHoneycomb(benchmark::State& state) {
+  CVynImage mosaic(-32, kWidth, kHeight, 1, 1.0, 0.0, 1);
+  FillFrame(mosaic, 1, 1000.0f, 3000.0f);
+  double gains[8] = {1.4, 1.0, 1.8, 1.0, 1.8, 1.0, 1.4, 1.0};
+  tagHoneyCombStruct honeycomb{};
+  honeycomb.pattern = 11;
+  honeycomb.interpolation = static_cast<BYTE>(state.range(0));
+  honeycomb.srcBits = state.range(1) ? 12 : -32;
+  honeycomb.dstBits = state.range(1) ? 16 : -32;
+  honeycomb.leftMargin = honeycomb.topMargin = honeycomb.rightMargin = honeycomb.bottomMargin = 4;
+  honeycomb.useGain = honeycomb.useKnee = honeycomb.clip = state.range(1) != 0;
+  honeycomb.gains = gains;
+  for (auto _ : state) {
+    state.PauseTiming();
+    CImgHoneyCombToRgb image;
+    image.CopyImage(mosaic);
+    state.ResumeTiming();
+    if (!image.Do(honeycomb, 0)) state.SkipWithError("no development");
+    state.PauseTiming();
+    image.Empty();
+    state.ResumeTiming();
+  }
+  state.counters["pixels"] =
+      benchmark::Counter(static_cast<double>(kPixels), benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(DevelopHoneycomb)
+    ->ArgNames({"pairs", "gains"})
+    ->ArgsProduct({{1, 2, 3}, {0, 1}})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 void DarkAndFlat(benchmark::State& state) {
   CVynImage light(-32, kWidth, kHeight, 1, 1.0, 0.0, 1);

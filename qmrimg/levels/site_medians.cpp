@@ -4,16 +4,10 @@
 
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
-#include "qmrimg/levels/honeycomb_sites.h"
 #include "qmrimg/platform/truncate.h"
 
 namespace qmr {
 namespace {
-
-// What surrounds the picture on frames of one camera, by its model string.
-constexpr const wchar_t* kBorderedModel = L"finepixs2pro";
-constexpr int kBorderColumns = 48;
-constexpr int kBorderRows = 30;
 
 // The usable part of an undeveloped frame.
 struct Frame {
@@ -56,11 +50,19 @@ void MedianBayer(const CImage& image, float* result, int subsample) {
         MedianOfSite(image, {0, 0, image.GetWidth(), image.GetHeight()}, 2, site / 2, site % 2, block));
 }
 
-void HoneycombGains(const CImage& image, double* result, int subsample) {
-  Frame frame{0, 0, image.GetWidth(), image.GetHeight()};
+bool HasHoneycombBorder(const CImage& image) {
   CString model = image.GetHeader()->GetCameraModel();
-  if (model.MakeLower().Find(kBorderedModel) >= 0)
-    frame = {kBorderColumns, kBorderRows, image.GetWidth() - 2 * kBorderColumns, image.GetHeight() - 2 * kBorderRows};
+  return model.MakeLower().Find(kHoneycombBorderedModel) >= 0;
+}
+
+HoneycombSite HoneycombOrigin(const CImage& image) {
+  return HasHoneycombBorder(image) ? HoneycombSite{kHoneycombBorderRows, kHoneycombBorderColumns} : HoneycombSite{0, 0};
+}
+
+void HoneycombGains(const CImage& image, double* result, int subsample) {
+  const HoneycombSite origin = HoneycombOrigin(image);
+  const Frame frame{origin.column, origin.row, image.GetWidth() - 2 * origin.column,
+                    image.GetHeight() - 2 * origin.row};
   const double pixels = static_cast<double>(std::max(frame.width, 0)) * std::max(frame.height, 0);
   int block = 1;
   if (subsample && pixels > kMedianSamples)

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "qmrimg/levels/honeycomb_sites.h"
 #include "qmrimg/store/image.h"
 
 namespace qmr {
@@ -27,5 +28,10 @@ double UpperMedian(std::vector<T>& values) {
 // What CImgAutoLevel::GetMedianBayer and GetMedianHoneyComb give.
 void MedianBayer(const CImage& image, float* result, int subsample);
 void HoneycombGains(const CImage& image, double* result, int subsample);
+
+// Whether the camera that the header names has a border around the picture (honeycomb_sites.h).
+bool HasHoneycombBorder(const CImage& image);
+// Where the cell of the gains begins: at the corner of the picture.
+HoneycombSite HoneycombOrigin(const CImage& image);
 
 }  // namespace qmr

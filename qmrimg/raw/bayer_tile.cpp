@@ -1,6 +1,5 @@
 // The members that define the development on tiles of rows.
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "qmrimg/raw/kernels/bayer_rows.h"
 #include "qmrimg/raw/kernels/bayer_tile.h"
 #include "qmrimg/raw/kernels/tone_rows.h"
+#include "qmrimg/raw/mosaic_run.h"
 
 namespace {
 
@@ -30,40 +30,15 @@ qmr::TileShape ShapeOf(const tagBayerStruct& bayer, DWORD width, DWORD rows) {
 }  // namespace
 
 int CImgBayerToRgb::CopySrcToBayer(CImage* work, int useGain) {
-  if (!work || !VmImage || BitsPixel != -32) return 0;
-  work->SetBitsPixel(-32);
-  work->SetWidth(Width);
-  work->SetHeight(Height);
-  work->SetPlanes(useGain ? 2 : 1);
-  work->SetBscale(1.0);
-  work->SetBzero(0.0);
-  if (!work->AllocImage()) return 0;
-  work->SetOrgBitsPixel(-32);
-  work->SetOrgPlanes(work->GetPlanes());
-  for (int p = 0; p < work->GetPlanes(); ++p) {
-    const int level = std::min(p, Planes - 1);
-    work->SetLevel(p, GetLevelMin(level), GetLevelMax(level));
-    qmr::ForRows(0, Height, [&](int y) {
-      const std::span<const float> from = qmr::ReadRow(*this, y, 0, 0, Width);
-      std::copy(from.begin(), from.end(), qmr::WriteRow(*work, y, p, 0, Width).begin());
-    });
-  }
-  return 1;
+  return qmr::CopyMosaic(*this, work, useGain);
 }
 
 int CImgBayerToRgb::ChangeBitImage(CImage* image, int srcBits, int dstBits, int autoRange) {
   const bool isFloat = srcBits == -32 && dstBits == -32;
   const bool isInteger = (srcBits == 12 || srcBits == 14) && dstBits == 16;
   if (!image || !(isFloat || isInteger)) return 0;
-  double min = 0.0;
-  double max = std::pow(2.0, srcBits) - 1.0;
-  if (autoRange) image->GetMinMax(0, &min, &max);
-  const double newMax = std::pow(2.0, dstBits) - 1.0;
-  const qmr::BitScale bits{min, newMax / (max - min), newMax, isInteger};
-  for (int p = 0; p < image->GetPlanes(); ++p) {
-    qmr::ForRows(0, image->GetHeight(),
-                 [&](int y) { qmr::ScaleBitsRow(qmr::WriteRow(*image, y, p, 0, image->GetWidth()), bits); });
-  }
+  qmr::ChangeSampleBits(*image, srcBits, dstBits, autoRange,
+                        [image](double* min, double* max) { image->GetMinMax(0, min, max); });
   return 1;
 }
 

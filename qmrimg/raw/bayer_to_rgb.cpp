@@ -2,9 +2,7 @@
 
 #include <array>
 #include <atomic>
-#include <cmath>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
@@ -19,6 +17,7 @@
 #include "qmrimg/platform/truncate.h"
 #include "qmrimg/raw/kernels/bayer_band.h"
 #include "qmrimg/raw/kernels/tone_rows.h"
+#include "qmrimg/raw/mosaic_run.h"
 #include "qmrimg/store/parallel.h"
 
 namespace {
@@ -34,9 +33,6 @@ bool IsBitChange(int srcBits, int dstBits) {
 }
 bool AreBits(int srcBits, int dstBits) {
   return IsBitChange(srcBits, dstBits) || (srcBits == -32 && dstBits == -32);
-}
-double LargestOf(int bits) {
-  return std::pow(2.0, bits) - 1.0;
 }
 
 // Medians below 1.0 belong to empty sites.
@@ -98,10 +94,7 @@ int CImgBayerToRgb::Do(tagBayerStruct bayer, int bProgress) {
   const int step = qmr::TruncateToInt(Height / 100.0);
   const int gammaUnits = bayer.useGamma ? static_cast<int>(newHeight) * 3 : 0;
   ShowProgressInit(bProgress, bayer.isMono ? kMessageMono : kMessageColour, Height - 7 + step * 10 + gammaUnits);
-  if (bayer.subtractBlack) {
-    qmr::ForRows(0, Height,
-                 [&](int y) { qmr::SubtractBlackRow(qmr::WriteRow(*this, y, 0, 0, Width), bayer.blackLevel); });
-  }
+  if (bayer.subtractBlack) qmr::SubtractBlackLevel(*this, bayer.blackLevel);
   ShowProgress(step);
 
   // The pixels move into the work image; bits and gains are applied to the rows as they are read.
@@ -138,40 +131,19 @@ int CImgBayerToRgb::Do(tagBayerStruct bayer, int bProgress) {
   }
   for (int i = 0; i < 4; ++i) ShowProgress(step);
 
-  const bool done = DevelopRows(*work, bayer, samples, bands);
-  if (done && bayer.useGamma) GammaCorrect(this, &bayer);
+  const bool done = DevelopRows(*work, bayer, samples, bands) && (!bayer.useGamma || GammaCorrect(this, &bayer));
   ShowProgressEnd(nullptr);
   return done;
 }
 
 CImgBayerToRgb::Samples CImgBayerToRgb::PrepareSamples(CImage* work, const tagBayerStruct& bayer) {
   Samples samples{};
-  double min = 0.0;
-  double max = 0.0;
-  if (bayer.autoRange) work->GetMinMax(0, &min, &max);
-  if (IsBitChange(bayer.srcBits, bayer.dstBits)) {
-    if (!bayer.autoRange) max = LargestOf(bayer.srcBits);
-    const double newMax = LargestOf(bayer.dstBits);
-    const double scale = newMax / (max - min);
-    if (scale > 0.0 && std::isfinite(scale)) {
-      samples.bits = qmr::BitScale{min, scale, newMax, true};
-      // The scale rises steadily, so the ends of the samples become the ends of the scaled ones.
-      min = samples.bits->Apply(static_cast<float>(min));
-      max = samples.bits->Apply(static_cast<float>(max));
-    } else {
-      ChangeBitImage(work, bayer.srcBits, bayer.dstBits, bayer.autoRange);
-      work->GetMinMax(0, &min, &max);
-    }
-    if (!bayer.autoRange) {
-      min = 0.0;
-      max = newMax;
-    }
-  } else if (!bayer.autoRange) {
-    min = GetLevelMin(0);
-    max = GetLevelMax(0);
-  }
-  samples.lo = static_cast<float>(min);
-  samples.hi = static_cast<float>(max);
+  const qmr::SampleRange range =
+      qmr::RangeOfSamples(*work, *this, bayer.srcBits, bayer.dstBits, bayer.autoRange,
+                          [work](double* min, double* max) { work->GetMinMax(0, min, max); });
+  samples.bits = range.bits;
+  samples.lo = range.lo;
+  samples.hi = range.hi;
   samples.useGain = bayer.useGain != 0;
   for (std::size_t site = 0; samples.useGain && site < 4; ++site)
     samples.gains[site] = {bayer.gains[site], samples.lo, samples.hi, bayer.useKnee != 0, bayer.clip != 0};
@@ -252,41 +224,5 @@ int CImgBayerToRgb::GetGain(CImage* image, int pattern, double* gains) {
 }
 
 int CImgBayerToRgb::GammaCorrect(CImage* image, tagBayerStruct* bayer) {
-  if (!image || !bayer || !image->GetVmImage() || image->GetBitsPixel() != -32) return 0;
-  double min = 0.0;
-  double max = LargestOf(bayer->dstBits);
-  const int width = image->GetWidth();
-  if (bayer->dstBits == -32) {
-    // The smallest positive double, negated, and not the lowest double: an image without positive pixels keeps it as
-    // its maximum, on purpose.
-    struct Range {
-      double min = std::numeric_limits<double>::max();
-      double max = -std::numeric_limits<double>::min();
-    };
-    const auto wider = [](Range a, const Range& b) {
-      if (b.min < a.min) a.min = b.min;
-      if (b.max > a.max) a.max = b.max;
-      return a;
-    };
-    Range range;
-    // The last row of an odd number of rows is left out, on purpose.
-    const int rows = image->GetHeight() - image->GetHeight() % 2;
-    for (int p = 0; p < image->GetPlanes(); ++p) {
-      const auto rowRange = [&](int y) {
-        Range r;
-        for (const float v : qmr::ReadRow(*image, y, p, 0, width)) r = wider(r, {v, v});
-        return r;
-      };
-      range = wider(range, qmr::FoldRows(0, rows, Range(), rowRange, wider));
-    }
-    min = range.min;
-    max = range.max;
-  }
-  const double exponent = 1.0 / bayer->gamma;
-  for (int p = 0; p < image->GetPlanes(); ++p) {
-    qmr::ForRows(
-        0, image->GetHeight(), [&](int y) { qmr::GammaRow(qmr::WriteRow(*image, y, p, 0, width), min, max, exponent); },
-        this);
-  }
-  return 1;
+  return bayer ? qmr::CorrectGamma(this, image, bayer->dstBits, bayer->gamma) : 0;
 }
