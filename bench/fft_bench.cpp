@@ -1,9 +1,11 @@
-// The fast Fourier engine and the measurements by phase-only correlation.
+// The Fourier engines and the measurements by phase-only correlation.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
+#include "qmrimg/restoration/real_transform.h"
 #include "qmrimg/stacking/fft.h"
 #include "qmrimg/stacking/fftd.h"
 #include "qmrimg/stacking/fourier.h"
@@ -56,6 +58,36 @@ void Transform(benchmark::State& state) {
 }
 BENCHMARK(Transform<CFftd>)->Arg(1024)->Arg(2048)->Arg(4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(Transform<CFft>)->Arg(1024)->Arg(4096)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A real image there and back at any size.
+void RealPair(benchmark::State& state) {
+  const int w = static_cast<int>(state.range(0)), h = static_cast<int>(state.range(1));
+  auto transform = qmr::RealTransform::Create(w, h);
+  const qmr::Block memory = transform ? transform->MakeSpectrum() : qmr::Block();
+  float* const spectrum = reinterpret_cast<float*>(memory.Get());
+  if (!spectrum) {
+    state.SkipWithError("no memory");
+    return;
+  }
+  std::vector<float> image(static_cast<std::size_t>(w) * h);
+  for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<float>(i % 1013) / 1013.0f;
+  for (auto _ : state) {
+    transform->ForwardRows(image.data(), spectrum);
+    transform->ForwardColumns(spectrum);
+    transform->InverseColumns(spectrum);
+    transform->InverseRows(spectrum, image.data());
+  }
+  const double count = static_cast<double>(w) * h;
+  state.counters["flops"] =
+      benchmark::Counter(5.0 * count * std::log2(count), benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(RealPair)
+    ->Args({1024, 1024})
+    ->Args({2000, 1500})
+    ->Args({1021, 1021})
+    ->Args({4000, 3000})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void Shift(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
