@@ -22,6 +22,8 @@ void AddGeometry(CLI::App& program, Run& run);
 void AddMeasure(CLI::App& program, Run& run);
 void AddComposite(CLI::App& program, Run& run);
 void AddMosaic(CLI::App& program, Run& run);
+void AddRestore(CLI::App& program, Run& run);
+void AddDevelop(CLI::App& program, Run& run);
 void AddAnnotate(CLI::App& program, Run& run);
 void AddInfo(CLI::App& program, Run& run);
 

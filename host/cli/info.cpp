@@ -32,7 +32,7 @@ void AddInfo(CLI::App& program, Run& run) {
   };
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* command = program.add_subcommand("info", "Tells what image files say, and statistics of their pixels");
-  command->add_option("FILE", arguments->files, "FITS files")->required();
+  command->add_option("FILE", arguments->files, "FITS or camera raw files")->required();
   command->add_option("--bayer", arguments->bayer, "The sensor's mosaic: RGGB, GRBG, BGGR, GBRG or none")
       ->option_text("PATTERN");
   command->add_flag("--json", arguments->json, "Write JSON");

@@ -44,6 +44,8 @@ int RunProgram(int argc, char** argv) {
   qmr::AddComposite(program, run);
   qmr::AddMosaic(program, run);
   qmr::AddAnnotate(program, run);
+  qmr::AddRestore(program, run);
+  qmr::AddDevelop(program, run);
   qmr::AddInfo(program, run);
   try {
     program.parse(argc, argv);

@@ -134,10 +134,9 @@ void AddMeasure(CLI::App& program, Run& run) {
   CLI::App* command = program.add_subcommand("measure", "Measures the stars of frames, and tells the sharpest frame");
   command->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   command
-      ->add_option(
-          "IN", arguments->inputs,
-          "FITS files, or folders of them: grey, colour, or undeveloped mosaics, which are measured on the means "
-          "of their cells of 2 x 2 pixels")
+      ->add_option("IN", arguments->inputs,
+                   "FITS or camera raw files, or folders of them: grey, colour, or undeveloped mosaics, which are "
+                   "measured on the means of their cells of 2 x 2 pixels")
       ->required()
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->option_text("...");

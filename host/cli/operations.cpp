@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/cli/commands.h"
+#include "host/cli/operation_family.h"
 #include "host/cli/terminal_steps.h"
 #include "host/files/file_error.h"
 #include "host/night/failure.h"
@@ -43,7 +44,9 @@ int RunCommand(const OperationFamily& family, const OperationSpec& operation, co
     if (!report.mosaic.empty()) std::printf("mosaic: %s\n", report.mosaic.c_str());
     if (report.blankPixels > 0) std::printf("%zu pixels without a value stay so\n", report.blankPixels);
   }
-  if (!arguments.quiet) std::printf("wrote %s\n", PrintablePath(request.output).c_str());
+  if (arguments.quiet) return kExitDone;
+  for (const std::string& remark : report.remarks) std::printf("  %s\n", remark.c_str());
+  std::printf("wrote %s\n", PrintablePath(request.output).c_str());
   return kExitDone;
 }
 
@@ -108,6 +111,8 @@ std::string ListText(const OperationFamily& family) {
   return text;
 }
 
+}  // namespace
+
 void AddFamily(CLI::App& program, const OperationFamily& family, Run& run) {
   CLI::App* command = program.add_subcommand(std::string(family.command), std::string(family.summary));
   command->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
@@ -129,8 +134,6 @@ void AddFamily(CLI::App& program, const OperationFamily& family, Run& run) {
     };
   });
 }
-
-}  // namespace
 
 void AddFilter(CLI::App& program, Run& run) {
   static constexpr OperationFamily family = {

@@ -2,7 +2,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
+
+#include "host/files/file_error.h"
+#include "host/night/failure.h"
 
 namespace qmr {
 
@@ -24,6 +28,15 @@ inline CLI::Option* AddMatchRange(CLI::App& command, int& range) {
   return command
       .add_option("--range", range, "How far --align matching looks, pixels to each side; 2 to 200, default 20")
       ->option_text("N");
+}
+
+// The user's word on the mosaic from --bayer and --honeycomb, of which only one may be given.
+inline std::optional<std::string> MosaicWord(const std::string& bayer, const std::string& honeycomb) {
+  if (honeycomb.empty()) return bayer.empty() ? std::nullopt : std::optional(bayer);
+  if (!bayer.empty()) throw Failure(kExitUsage, "--honeycomb and --bayer: give one of them");
+  if (honeycomb != "11" && honeycomb != "12" && honeycomb != "13" && honeycomb != "14")
+    throw Failure(kExitUsage, "--honeycomb: 11, 12, 13 or 14, not '" + PrintablePath(honeycomb) + "'");
+  return honeycomb;
 }
 
 }  // namespace qmr

@@ -28,7 +28,8 @@ struct Arguments {
 int RunSimulate(Arguments& arguments) {
   SimulateOptions& night = arguments.night;
   const auto mosaic = MosaicFromName(arguments.mosaic);
-  if (!mosaic) throw Failure(kExitUsage, "--mosaic: mono, RGGB, GRBG, BGGR or GBRG, not '" + arguments.mosaic + "'");
+  if (!mosaic)
+    throw Failure(kExitUsage, "--mosaic: mono, RGGB, GRBG, BGGR, GBRG or honeycomb, not '" + arguments.mosaic + "'");
   night.mosaic = *mosaic;
   night.drift = arguments.drift == "uniform" ? DriftKind::Uniform : DriftKind::Walk;
   night.profile = arguments.profile == "gaussian" ? StarProfile::Gaussian : StarProfile::Moffat;
@@ -68,7 +69,7 @@ void AddSimulate(CLI::App& program, Run& run) {
   command->add_option("--darks", night.darks, "Dark frames");
   command->add_option("--flats", night.flats, "Flat frames");
   command->add_option("--biases", night.biases, "Bias frames");
-  command->add_option("--mosaic", arguments->mosaic, "mono, RGGB, GRBG, BGGR or GBRG");
+  command->add_option("--mosaic", arguments->mosaic, "mono, RGGB, GRBG, BGGR, GBRG or honeycomb");
   command->add_option("--drift", night.driftPixels, "Largest shift in x and y, pixels");
   command->add_option("--drift-kind", arguments->drift, "walk or uniform")
       ->check(CLI::IsMember({"walk", "uniform"}, CLI::ignore_case));

@@ -8,6 +8,7 @@
 
 #include "host/cli/choose.h"
 #include "host/cli/commands.h"
+#include "host/cli/shared_options.h"
 #include "host/cli/terminal_steps.h"
 #include "host/files/atomic_file.h"
 #include "host/night/failure.h"
@@ -21,7 +22,7 @@ struct Arguments {
   std::string align = "rotation";
   std::string normalise = "scale";
   std::string interpolation = "Lanczos3";
-  std::string bayer;
+  std::string bayer, honeycomb;
   bool quiet = false;
   StackOptions night;
 };
@@ -74,7 +75,7 @@ int RunStack(Arguments& arguments) {
   night.interpolation = ChooseInterpolation(arguments.interpolation);
   // The range lets not-a-number through.
   if (std::isnan(night.kappa)) throw Failure(kExitUsage, "--kappa: a number of standard deviations, 0.1 to 1000");
-  if (!arguments.bayer.empty()) night.bayer = arguments.bayer;
+  night.bayer = MosaicWord(arguments.bayer, arguments.honeycomb);
   if (night.folder.empty() && night.lights.empty())
     throw Failure(kExitUsage, "name a folder of frames, or lights with --light");
   if (night.noPreview)
@@ -95,10 +96,9 @@ void AddStack(CLI::App& program, Run& run) {
   CLI::App* command =
       program.add_subcommand("stack", "Calibrates, develops, registers and stacks a folder of frames of one night");
   command->option_defaults()->always_capture_default()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-  command->add_option(
-      "FOLDER", night.folder,
-      "Holds lights/ and, as far as there are any, darks/ flats/ biases/ flatdarks/; without such folders "
-      "the files are told apart by IMAGETYP or by their names");
+  command->add_option("FOLDER", night.folder,
+                      "Of FITS or camera raw files. Holds lights/ and, as far as there are any, darks/ flats/ biases/ "
+                      "flatdarks/; without such folders the files are told apart by IMAGETYP or by their names");
   command->add_option("--light", night.lights, "Light frames or folders of them, instead of FOLDER's")
       ->option_text("PATH ...")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -117,6 +117,11 @@ void AddStack(CLI::App& program, Run& run) {
       ->add_option("--bayer", arguments->bayer,
                    "The sensor's mosaic: RGGB, GRBG, BGGR, GBRG or none; else the files tell")
       ->option_text("PATTERN");
+  command
+      ->add_option("--honeycomb", arguments->honeycomb,
+                   "The sensor's photosites lie on a diagonal lattice: layout 11 to 14, see docs/develop.md; else the "
+                   "camera's name tells")
+      ->option_text("N");
   command->add_option("--align", arguments->align, "none, shift or rotation");
   command->add_option("--reference", night.reference, "Name of the frame to lie on; by default the sharpest")
       ->option_text("NAME");

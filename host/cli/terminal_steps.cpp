@@ -42,6 +42,12 @@ void TerminalSteps::Begin(const std::string& name, std::int64_t total) {
   if (terminal_ && !quiet_) Draw(begun_);
 }
 
+void TerminalSteps::Rename(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  name_ = name;
+  if (open_ && terminal_ && !quiet_) Draw(Clock::now());
+}
+
 void TerminalSteps::Advance(std::int64_t units) {
   const std::lock_guard<std::mutex> lock(mutex_);
   done_ += units;

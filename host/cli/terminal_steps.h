@@ -16,6 +16,7 @@ class TerminalSteps : public Steps {
   ~TerminalSteps() override;
 
   void Begin(const std::string& name, std::int64_t total) override;
+  void Rename(const std::string& name) override;
   void Advance(std::int64_t units) override;
   void End(const std::string& result) override;
   void Warn(const std::string& line) override;

@@ -26,7 +26,10 @@ std::string UnknownWord(const CLI::App& program) {
   std::string nearest;
   if (word.starts_with('-')) {
     const auto name = std::string_view(word).substr(std::min(word.find_first_not_of('-'), word.size()));
-    nearest = Nearest(name.substr(0, name.find('=')), candidates);
+    const auto key = name.substr(0, name.find('='));
+    nearest = Nearest(key, candidates);
+    // An option of the last command that stands before it.
+    if (nearest == key && word.starts_with("--")) return line + "has its place behind " + chosen->get_name();
     line += "no such option";
     if (!nearest.empty()) nearest.insert(0, "--");
   } else {

@@ -2,6 +2,7 @@
 
 #include "host/files/fits_decode.h"
 #include "host/files/gzip.h"
+#include "host/files/raw_decode.h"
 
 namespace qmr {
 
@@ -21,11 +22,14 @@ DecodeReport DecodeImage(int fd, std::size_t size, PixelSink& sink, bool plainLi
   ByteMapping content = ByteMapping::OfFile(fd, size);
   const bool packed = LooksLikeGzip(content.Bytes());
   if (packed) content = ByteMapping::OfGzip(content.Bytes());
-  if (!LooksLikeFits(content.Bytes())) {
-    throw DecodeFailure(FileErrorKind::NotRecognised,
-                        packed ? "not a FITS file inside the gzip file" : "not a FITS file");
+  const std::span<const std::byte> bytes = content.Bytes();
+  const bool fits = LooksLikeFits(bytes);
+  if (!fits && !LooksLikeCameraRaw(bytes)) {
+    throw DecodeFailure(FileErrorKind::NotRecognised, packed ? "not a FITS or camera raw file inside the gzip file"
+                                                             : "not a FITS or camera raw file");
   }
-  DecodeReport report = DecodeFits(content.Bytes(), content.PaddedSize(), sink, plainLibraryPath);
+  DecodeReport report =
+      fits ? DecodeFits(bytes, content.PaddedSize(), sink, plainLibraryPath) : DecodeCameraRaw(bytes, sink);
   if (packed) report.format += ", gzip";
   return report;
 }

@@ -40,12 +40,15 @@ class PixelMapping {
   int memory_ = -1;
 };
 
+/// How the format of what a digital camera's raw file holds begins.
+inline constexpr const char* kCameraRawFormat = "camera raw";
+
 /// One image as its file holds it. Row 0 is the first row of the file; rows and planes follow one another without gaps.
 /// Values are physical (BSCALE and BZERO applied). Blank integers, infinities and values that a float cannot hold are
 /// not-a-number: pixels that are not to be used, counted in blankPixels.
 struct DecodedImage {
   std::string path;
-  std::string format;  ///< "FITS", "FITS, tile-compressed", "FITS, gzip" ...
+  std::string format;  ///< "FITS", "FITS, tile-compressed", "FITS, gzip", "camera raw", "camera raw, DNG" ...
   int width = 0;
   int height = 0;
   int planes = 0;
@@ -58,6 +61,8 @@ struct DecodedImage {
   std::vector<Keyword> keywords;
   PixelMapping pixels;
 
+  /// Told by the content: keywords alone may be those of a FITS made of such a file.
+  bool IsCameraRaw() const { return format.starts_with(kCameraRawFormat); }
   std::size_t PlanePixels() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height); }
   std::span<float> Plane(int plane) { return {pixels.Floats() + PlanePixels() * plane, PlanePixels()}; }
   std::span<const float> Plane(int plane) const { return {pixels.Floats() + PlanePixels() * plane, PlanePixels()}; }

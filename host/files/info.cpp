@@ -106,6 +106,11 @@ void WriteText(const Told& told, std::ostream& out) {
   line("telescope", Shown(facts.telescope));
   line("filter", Shown(facts.filter));
   line("mosaic", Shown(told.mosaic.text));
+  const auto number = [&](const char* name) { return KeywordNumber(image.keywords, name); };
+  if (const auto black = number("PEDESTAL"), white = number("SATURATE"); image.IsCameraRaw() && black && white)
+    line("levels", "black " + Number(*black) + ", white " + Number(*white));
+  if (const auto red = number("WB_RED"), blue = number("WB_BLUE"); image.IsCameraRaw() && red && blue)
+    line("balance", "red " + Number(*red) + ", blue " + Number(*blue) + " by the camera");
   if (image.blankPixels > 0) line("blank", std::to_string(image.blankPixels) + " pixels without a value");
   std::array<char, 160> row;
   std::snprintf(row.data(), row.size(), "  %-5s %12s %12s %12s %12s %12s %12s %9s\n", "plane", "minimum", "maximum",

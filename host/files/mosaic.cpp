@@ -3,6 +3,8 @@
 #include <array>
 #include <cmath>
 
+#include "qmrimg/levels/honeycomb_sites.h"
+
 namespace qmr {
 namespace {
 
@@ -13,6 +15,18 @@ MosaicLayout Bayer(int number, const std::string& source) {
   std::string text(BayerLetters(number));
   text += " " + source;
   return {MosaicLayout::Kind::Bayer, number, std::move(text)};
+}
+
+MosaicLayout HoneyComb(int number, const std::string& source) {
+  return {MosaicLayout::Kind::HoneyComb, number, "honeycomb " + std::to_string(number) + " " + source};
+}
+
+// "11" to "14", also behind "HONEYCOMB", as a number; 0 for anything else.
+int HoneycombNumber(std::string_view word) {
+  if (word.starts_with("HONEYCOMB")) word.remove_prefix(9);
+  for (const int number : {11, 12, 13, 14})
+    if (word == std::to_string(number)) return number;
+  return 0;
 }
 
 // The pattern seen when the cell starts `rows` further down and `columns` further right; only parities count.
@@ -98,7 +112,7 @@ MosaicLayout FromKeywords(const MosaicQuestion& question, const Statement& state
 
 MosaicLayout FromCamera(int number) {
   if (number >= 1 && number <= 4) return Bayer(number, "from the camera's model");
-  if (number == 11) return {MosaicLayout::Kind::HoneyComb, number, "honeycomb from the camera's model"};
+  if (HoneycombLayout::IsPattern(number)) return HoneyComb(number, "from the camera's model");
   return {MosaicLayout::Kind::Unsupported, number, "the camera's layout cannot be developed"};
 }
 
@@ -116,20 +130,32 @@ std::string_view BayerLetters(int number) {
   return number >= 1 && number < static_cast<int>(kLetters.size()) ? kLetters[static_cast<std::size_t>(number)] : "";
 }
 
+int SiteColour(int number, int row, int column) {
+  if (HoneycombLayout::IsPattern(number)) return HoneycombLayout::Of(number).ColourAt(row, column);
+  const std::string_view letters = BayerLetters(number);
+  if (letters.empty()) return -1;
+  const char letter = letters[static_cast<std::size_t>(2 * (row & 1) + (column & 1))];
+  return letter == 'R' ? 0 : letter == 'G' ? 1 : 2;
+}
+
 FileResult<MosaicLayout> ResolveMosaic(const MosaicQuestion& question) {
   using Kind = MosaicLayout::Kind;
+  bool named = false;
   if (question.user) {
     const std::string word = Unquoted(*question.user);
     const int number = BayerNumber(word);
-    if (number == 0 && word != "NONE") {
+    const int honeycomb = HoneycombNumber(word);
+    if (number == 0 && honeycomb == 0 && word != "NONE") {
       return FileError{{},
-                       "\"" + *question.user + "\" is no Bayer pattern: RGGB, BGGR, GRBG, GBRG or none",
+                       "\"" + *question.user + "\" is no pattern: RGGB, BGGR, GRBG, GBRG, 11 to 14 or none",
                        FileErrorKind::BadArgument};
     }
-    if (number == 0) return MosaicLayout{Kind::None, 0, "none by the user's word"};
-    if (question.planes == 1) return Bayer(number, "by the user's word");
+    if (number == 0 && honeycomb == 0) return MosaicLayout{Kind::None, 0, "none by the user's word"};
+    named = true;
+    if (question.planes == 1)
+      return honeycomb ? HoneyComb(honeycomb, "by the user's word") : Bayer(number, "by the user's word");
   }
-  if (question.planes != 1) return MosaicLayout{Kind::None, 0, "none, the image has several planes"};
+  if (question.planes != 1) return MosaicLayout{Kind::None, 0, "none, the image has several planes", named};
   if (const auto statement = FindStatement(question.keywords)) return FromKeywords(question, *statement);
   if (question.cameraPattern) return FromCamera(*question.cameraPattern);
   return MosaicLayout{Kind::None, 0, "none known"};

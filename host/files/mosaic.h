@@ -23,10 +23,17 @@ namespace qmr {
 struct MosaicLayout {
   enum class Kind { None, Bayer, HoneyComb, Unsupported };
   Kind kind = Kind::None;
-  /// Bayer: 1 RGGB, 2 GRBG, 3 BGGR, 4 GBRG (the developer's numbers), 11 honeycomb, 0 without a mosaic, otherwise the
-  /// number that the camera list gave.
+  /// Bayer: 1 RGGB, 2 GRBG, 3 BGGR, 4 GBRG, honeycomb: 11 to 14 (the developers' numbers), 0 without a mosaic,
+  /// otherwise the number that the camera list gave.
   int number = 0;
   std::string text;  ///< for people: "RGGB from BAYERPAT"
+  /// The user named a pattern, but the image has several planes and so no mosaic.
+  bool namedInVain = false;
+
+  /// Bayer or honeycomb.
+  bool CanBeDeveloped() const { return kind == Kind::Bayer || kind == Kind::HoneyComb; }
+  /// Rows and columns after which sites of one kind come again: 2, 4 on a honeycomb, 1 without a mosaic.
+  int Cell() const { return kind == Kind::Bayer ? 2 : kind == Kind::HoneyComb ? 4 : 1; }
 };
 
 struct MosaicQuestion {
@@ -35,7 +42,8 @@ struct MosaicQuestion {
   int planes = 1;
   /// Layout number that the camera list gave for maker and model, in the order of memory.
   std::optional<int> cameraPattern;
-  /// The user's word: a pattern or "none", any case. Describes memory order and overrules everything.
+  /// The user's word: a Bayer pattern, "11" to "14" for a honeycomb or "none", any case. Describes memory order and
+  /// overrules everything.
   std::optional<std::string> user;
 };
 
@@ -48,5 +56,9 @@ FileResult<MosaicLayout> ResolveMosaic(const MosaicQuestion& question);
 int BayerNumber(std::string_view letters);
 /// 1..4 to its letters; empty otherwise.
 std::string_view BayerLetters(int number);
+
+/// Colour (0 red, 1 green, 2 blue) of a site of the layouts 1 to 4 and 11 to 14; -1 where a honeycomb has no photosite
+/// (rows and columns of one parity), and for any other layout. Row and column count from 0, negative ones as well.
+int SiteColour(int number, int row, int column);
 
 }  // namespace qmr

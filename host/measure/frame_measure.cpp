@@ -78,9 +78,13 @@ void CheckPlaces(const LightFrame& frame, const MeasureOptions& options) {
 
 FrameMeasure MeasureFrame(const std::string& path, const MeasureOptions& options) {
   LightFrame frame = LoadPicture(path, options.bayer);
+  return MeasureFrame(frame, options);
+}
+
+FrameMeasure MeasureFrame(LightFrame& frame, const MeasureOptions& options) {
   CheckPlaces(frame, options);
   FrameMeasure measure;
-  measure.path = path;
+  measure.path = frame.path;
   measure.width = frame.image->GetWidth();
   measure.height = frame.image->GetHeight();
   measure.blankPixels = frame.blankPixels;

@@ -50,6 +50,8 @@ struct FrameMeasure {
 
 // A Failure where the file holds nothing to measure.
 FrameMeasure MeasureFrame(const std::string& path, const MeasureOptions& options);
+// The same of a frame that is read already; takes its pixels.
+FrameMeasure MeasureFrame(LightFrame& frame, const MeasureOptions& options);
 
 // The frame with the least FWHM among those with at least five stars in it, or else with any; nothing without stars.
 std::optional<std::size_t> Sharpest(const std::vector<FrameMeasure>& frames);

@@ -1,11 +1,15 @@
 #include "host/measure/star_plane.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
+#include "host/night/develop_mosaic.h"
 #include "host/night/failure.h"
 #include "host/night/registration/luminance.h"
 #include "host/operations/blank_pixels.h"
+#include "qmrimg/filters/filter_misc.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 
@@ -44,6 +48,29 @@ void FillLuminance(const CVynImage& from, CVynImage& to) {
           [&](int y) { luminance.Copy(0, y, luminance.Width(), WriteRow(to, y, 0, 0, to.GetWidth()).data()); });
 }
 
+// The luminance of a honeycomb, in its place on the sensor; the edges, which development cuts off, have no value.
+void FillHoneycomb(LightFrame& frame, CVynImage& to) {
+  // Development would make crosses of single bright pixels, which look like stars.
+  constexpr double kLone = 0.3;
+  CImgFilterMisc clean;
+  clean.CopyImage(*frame.image);
+  clean.CFANoiseCut(frame.mosaic.number, 1, kLone, 1, kLone, frame.image.get(), nullptr, 0);
+  frame.image->Swap(&clean);
+  Development development;
+  development.mono = true;
+  development.margins = LeastMargins(frame.mosaic, to.GetWidth(), to.GetHeight());
+  const auto developed = DevelopMosaic(std::move(frame.image), frame.mosaic, development);
+  if (!developed) throw Failure(kExitIo, "not enough memory");
+  const int left = development.margins.left, top = development.margins.top;
+  ForRows(0, to.GetHeight(), [&](int y) {
+    const auto row = WriteRow(to, y, 0, 0, to.GetWidth());
+    std::fill(row.begin(), row.end(), NAN);
+    if (y < top || y - top >= developed->GetHeight()) return;
+    const auto pixels = ReadRow(*developed, y - top, 0, 0, developed->GetWidth());
+    std::copy(pixels.begin(), pixels.end(), row.begin() + left);
+  });
+}
+
 // Beyond this, which no sensor gives, differences and sums would overflow.
 constexpr float kMostValue = 1e37f;
 
@@ -69,16 +96,19 @@ void MakeStarPlane(LightFrame& frame, Brightness brightness, StarPlane& plane) {
   const bool colour = image.GetPlanes() >= 3;
   if (brightness != Brightness::kLuminance && !colour) throw Failure(kExitUsage, "--plane: " + name + " has one plane");
   using Kind = MosaicLayout::Kind;
-  if (frame.mosaic.kind == Kind::HoneyComb || frame.mosaic.kind == Kind::Unsupported)
-    throw Failure(kExitBadData, name + ": holds an undeveloped mosaic without cells of 2 x 2 pixels (" +
-                                    frame.mosaic.text +
-                                    "); develop it first, or say --bayer none to take it as it lies");
+  if (frame.mosaic.kind == Kind::Unsupported)
+    throw Failure(kExitBadData, name + ": holds an undeveloped mosaic that is not known (" + frame.mosaic.text +
+                                    "); --bayer names it, or says none to take it as it lies");
+  const bool honeycomb = frame.mosaic.kind == Kind::HoneyComb;
   plane.scale = frame.mosaic.kind == Kind::Bayer ? 2 : 1;
   const int width = image.GetWidth() / plane.scale, height = image.GetHeight() / plane.scale;
   if (width < kLeastSide || height < kLeastSide)
     throw Failure(kExitBadData, name + ": " + SizeText(image) + " is too small to measure stars in");
-  if (plane.scale == 2 || colour) Shape(plane.image, width, height);
-  if (plane.scale == 2) {
+  if (plane.scale == 2 || colour || honeycomb) Shape(plane.image, width, height);
+  if (honeycomb) {
+    FillHoneycomb(frame, plane.image);
+    plane.what = "luminance of the honeycomb, lone pixels taken out";
+  } else if (plane.scale == 2) {
     FillCells(image, plane.image);
     plane.what = "means of cells of 2 x 2 pixels";
   } else if (colour && brightness == Brightness::kLuminance) {

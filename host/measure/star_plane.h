@@ -16,7 +16,7 @@ enum class Brightness { kLuminance, kRed, kGreen, kBlue };
 // float's greatest one stands for, too) are filled by their surroundings and marked.
 struct StarPlane {
   CVynImage image;  // one plane, raw scale
-  int scale = 1;    // 2 where the frame is an undeveloped mosaic: means of its cells of 2 x 2 pixels
+  int scale = 1;    // 2 where the frame is an undeveloped Bayer mosaic: means of its cells of 2 x 2 pixels
   std::string what;
   std::vector<bool> blank;  // empty where no pixel is
 
@@ -31,8 +31,8 @@ struct StarPlane {
   double FromFile(double v) const { return (v - (scale - 1) * 0.5) / scale; }
 };
 
-// Takes the frame's pixels. A Failure for a plane that it lacks, a mosaic that has no cells of 2 x 2 pixels, and an
-// image smaller than 16 pixels a side.
+// Takes the frame's pixels. A Failure for a plane that it lacks, a mosaic that is not known, and an image smaller than
+// 16 pixels a side.
 void MakeStarPlane(LightFrame& frame, Brightness brightness, StarPlane& plane);
 
 }  // namespace qmr

@@ -7,21 +7,15 @@
 #include <limits>
 #include <utility>
 
+#include "host/night/develop_mosaic.h"
 #include "host/night/failure.h"
 #include "qmrimg/image/row_access.h"
+#include "qmrimg/image/row_frame.h"
 #include "qmrimg/platform/exception.h"
-#include "qmrimg/raw/bayer_to_rgb.h"
 #include "qmrimg/raw/information.h"
 
 namespace qmr {
 namespace {
-
-// Rows and columns that the development gives up: the least that it accepts, and one more at the end of an odd size,
-// where its last row or column is not interpolated. The first margin is odd, or its first row would stay unwritten.
-
-int LastMargin(int size) {
-  return size % 2 ? 4 : 3;
-}
 
 std::optional<int> CameraPattern(const CVynImage& image) {
   CImgInformation camera;
@@ -29,25 +23,6 @@ std::optional<int> CameraPattern(const CVynImage& image) {
   int pattern = 0;
   if (!camera.GetAutoCFA(&pattern)) return std::nullopt;
   return pattern;
-}
-
-std::unique_ptr<CVynImage> Develop(std::unique_ptr<CVynImage> mosaic, int pattern) {
-  tagBayerStruct bayer = {};
-  bayer.pattern = pattern;
-  bayer.srcBits = -32;
-  bayer.dstBits = -32;
-  bayer.leftMargin = kDevelopMargin;
-  bayer.topMargin = kDevelopMargin;
-  bayer.rightMargin = LastMargin(mosaic->GetWidth());
-  bayer.bottomMargin = LastMargin(mosaic->GetHeight());
-  auto developed = std::make_unique<CImgBayerToRgb>();
-  developed->Swap(mosaic.get());
-  if (!developed->Do(bayer, 0)) return nullptr;
-  developed->SetBayerImage(0);
-  developed->SetDevelopmentImage(1);
-  auto image = std::make_unique<CVynImage>();
-  image->Swap(developed.get());
-  return image;
 }
 
 // The pixels that the flat says nothing of become not-a-number.
@@ -127,6 +102,17 @@ void RepairBlankPixels(CVynImage& image, int step) {
   }
 }
 
+void SubtractLevel(CVynImage& image, double level) {
+  const auto less = static_cast<float>(level);
+  if (less == 0.0f) return;
+  for (int p = 0; p < image.GetPlanes(); ++p) {
+    ForRows(0, image.GetHeight(), [&](int y) {
+      for (float& v : WriteRow(image, y, p, 0, image.GetWidth())) v -= less;
+    });
+    static_cast<CImage&>(image).SetLevel(p, image.GetLevelMin(p) - level, image.GetLevelMax(p) - level);
+  }
+}
+
 std::unique_ptr<CVynImage> LoadImage(const FrameSource& source, LightFrame& frame,
                                      const std::optional<std::string>& bayer) {
   frame.path = source.path;
@@ -151,6 +137,10 @@ std::unique_ptr<CVynImage> LoadImage(const FrameSource& source, LightFrame& fram
   if (!mosaic) throw Failure(kExitUsage, mosaic.Error().reason);
   frame.mosaic = *mosaic;
   frame.keywords = decoded->keywords;
+  if (decoded->IsCameraRaw()) {
+    frame.sensorBlack = KeywordNumber(frame.keywords, "PEDESTAL");
+    frame.sensorWhite = KeywordNumber(frame.keywords, "SATURATE");
+  }
   return image;
 }
 
@@ -196,7 +186,7 @@ void PrepareLight(const FrameSource& source, const Masters& masters, const std::
                   LightFrame& frame) {
   try {
     std::unique_ptr<CVynImage> image = LoadImage(source, frame, bayer);
-    if (frame.mosaic.kind == MosaicLayout::Kind::HoneyComb || frame.mosaic.kind == MosaicLayout::Kind::Unsupported) {
+    if (frame.mosaic.kind == MosaicLayout::Kind::Unsupported) {
       frame.leftOut = "its colour filter layout can't be developed: " + frame.mosaic.text;
       return;
     }
@@ -208,6 +198,7 @@ void PrepareLight(const FrameSource& source, const Masters& masters, const std::
         return;
       }
     }
+    if (!masters.dark && frame.sensorBlack) SubtractLevel(*image, *frame.sensorBlack);
     if (masters.dark || masters.flat) {
       float flatMin[3], flatMax[3], flatMean[3];
       std::copy_n(masters.flatMin, 3, flatMin);
@@ -217,10 +208,12 @@ void PrepareLight(const FrameSource& source, const Masters& masters, const std::
                       nullptr, 0);
       DropUnlitPixels(*image, masters);
     }
-    if (frame.blankPixels > 0 || !masters.unlit.empty())
-      RepairBlankPixels(*image, frame.mosaic.kind == MosaicLayout::Kind::Bayer ? 2 : 1);
-    if (frame.mosaic.kind == MosaicLayout::Kind::Bayer) {
-      image = Develop(std::move(image), frame.mosaic.number);
+    FillEmptySites(*image, frame.mosaic, 0.0f);
+    if (frame.blankPixels > 0 || !masters.unlit.empty()) RepairBlankPixels(*image, frame.mosaic.Cell());
+    if (frame.mosaic.CanBeDeveloped()) {
+      Development plain;
+      plain.margins = LeastMargins(frame.mosaic, image->GetWidth(), image->GetHeight());
+      image = DevelopMosaic(std::move(image), frame.mosaic, plain);
       if (!image) {
         frame.leftOut = "it is too small to be developed";
         return;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ struct LightFrame {
   FrameQuality quality;
   Registration registration;
   std::int64_t blankPixels = 0;
+  // Black and white level of the sensor, raw scale, where the file is a camera's raw file: those are sure.
+  std::optional<double> sensorBlack, sensorWhite;
   // Why the frame is not in the stack; empty while it is.
   std::string leftOut;
 
@@ -61,17 +64,18 @@ bool SameSize(const CVynImage& a, const CVynImage& b);
 // "3000 x 2000"
 std::string SizeText(const CVynImage& image);
 
-// Replaces not-a-number pixels by the median of the good pixels around them, in rows and columns `step` apart (2 on a
-// mosaic: the same colour). Pixels with fewer than three good ones near stay as they are.
+// Replaces not-a-number pixels by the median of the good pixels around them, in rows and columns `step` apart (the cell
+// of a mosaic: the same colour). Pixels with fewer than three good ones near stay as they are.
 void RepairBlankPixels(CVynImage& image, int step);
 
-// Dark, flat and development of one light. On a failure `frame.leftOut` says why, and the image is gone.
+// Takes the level off all pixels.
+void SubtractLevel(CVynImage& image, double level);
+
+// Dark, flat and development of one light; without a dark or bias a raw file loses the black level of its sensor. On a
+// failure `frame.leftOut` says why, and the image is gone.
 void PrepareLight(const FrameSource& source, const Masters& masters, const std::optional<std::string>& bayer,
                   LightFrame& frame);
 
 FrameQuality MeasureQuality(CVynImage& image);
-
-// Rows and columns that development cuts off at the top and at the left.
-inline constexpr int kDevelopMargin = 3;
 
 }  // namespace qmr

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/night/develop_mosaic.h"
 #include "host/version.h"
 #include "qmrimg/geometry/interp.h"
 
@@ -48,8 +49,11 @@ const char* AlignName(AlignMode mode) {
   }
 }
 
-std::vector<std::string> History(const NightResult& result, const Masters& masters, const StackOptions& options) {
+std::vector<std::string> History(const NightResult& result, const LightFrame& reference, const Masters& masters,
+                                 const StackOptions& options) {
   std::vector<std::string> lines;
+  if (!masters.dark && reference.sensorBlack)
+    lines.push_back("Subtracted the black level of the sensor, " + ValueText(*reference.sensorBlack));
   if (masters.dark)
     lines.push_back("Subtracted a master " + masters.darkKind + " of " + std::to_string(masters.darkCount) + " frames");
   if (masters.flat) lines.push_back("Divided by a master flat of " + std::to_string(masters.flatCount) + " frames");
@@ -79,13 +83,17 @@ bool IsBottomUp(const std::vector<Keyword>& keywords) {
 std::vector<Keyword> StackKeywords(const NightResult& result, const LightFrame& reference, const Masters& masters,
                                    const StackOptions& options) {
   // Development cuts the first rows and columns off; a position in the file moves with them.
-  const bool developed = reference.mosaic.kind == MosaicLayout::Kind::Bayer;
+  const bool developed = reference.mosaic.CanBeDeveloped();
+  const DevelopMargins margins = LeastMargins(reference.mosaic, 0, 0);
   std::vector<Keyword> keywords;
   for (const Keyword& keyword : reference.keywords) {
     if (IsReplaced(keyword.name)) continue;
+    // The sensor's white level is no longer where it was, whatever was subtracted.
+    if (reference.sensorWhite && keyword.name == "SATURATE") continue;
     keywords.push_back(keyword);
     if (developed && (keyword.name == "CRPIX1" || keyword.name == "CRPIX2"))
-      if (const auto at = KeywordNumber(reference.keywords, keyword.name)) keywords.back().value = *at - kDevelopMargin;
+      if (const auto at = KeywordNumber(reference.keywords, keyword.name))
+        keywords.back().value = *at - (keyword.name == "CRPIX1" ? margins.left : margins.top);
   }
   keywords.push_back(Keyword::Text("IMAGETYP", "Master Light", "stack of frames"));
   keywords.push_back(Keyword::Integer("STACKCNT", result.used, "frames in the stack"));
@@ -101,7 +109,8 @@ std::vector<Keyword> StackKeywords(const NightResult& result, const LightFrame& 
   keywords.push_back(
       Keyword::Text("ROWORDER", IsBottomUp(reference.keywords) ? "BOTTOM-UP" : "TOP-DOWN", "order of the rows"));
   keywords.push_back(Keyword::Text("PROGRAM", std::string("qmrimg ") + kVersion, "program that wrote this file"));
-  for (const std::string& line : History(result, masters, options)) keywords.push_back(Keyword::History(line));
+  for (const std::string& line : History(result, reference, masters, options))
+    keywords.push_back(Keyword::History(line));
   return keywords;
 }
 

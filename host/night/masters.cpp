@@ -4,10 +4,12 @@
 #include <cmath>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
 #include "host/night/combine_rows.h"
+#include "host/night/develop_mosaic.h"
 #include "host/night/failure.h"
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
@@ -22,13 +24,14 @@ constexpr double kMasterKappa = 3.0;
 
 struct Loaded {
   std::vector<std::unique_ptr<CVynImage>> images;
-  std::vector<double> exposures;  // seconds, 0 when not known
+  std::vector<double> exposures;              // seconds, 0 when not known
+  std::vector<std::optional<double>> blacks;  // of the sensor, as LightFrame has it
 };
 
-// Blank pixels take the median of their neighbours, two apart in case the frame carries a mosaic; what stays blank is
-// 0.
-void FillBlankPixels(CVynImage& image) {
-  RepairBlankPixels(image, 2);
+// Blank pixels take the median of their neighbours of the same colour; what stays blank is 0.
+void FillBlankPixels(CVynImage& image, const MosaicLayout& mosaic) {
+  FillEmptySites(image, mosaic, 0.0f);
+  RepairBlankPixels(image, std::max(mosaic.Cell(), 2));
   for (int p = 0; p < image.GetPlanes(); ++p)
     for (int y = 0; y < image.GetHeight(); ++y)
       for (float& v : WriteRow(image, y, p, 0, image.GetWidth()))
@@ -36,7 +39,7 @@ void FillBlankPixels(CVynImage& image) {
 }
 
 // Loads frames, as many at a time as there are threads; frames of a size other than that of most are left out.
-Loaded LoadFrames(const std::vector<FrameSource>& sources, const char* kind, Steps& steps,
+Loaded LoadFrames(const std::vector<FrameSource>& sources, const char* kind, const MosaicLayout& mosaic, Steps& steps,
                   std::vector<LeftOut>& leftOut) {
   Loaded loaded;
   const std::size_t count = sources.size();
@@ -48,7 +51,7 @@ Loaded LoadFrames(const std::vector<FrameSource>& sources, const char* kind, Ste
     const auto at = static_cast<std::size_t>(i);
     try {
       images[at] = LoadImage(sources[at], facts[at], std::string("none"));
-      if (facts[at].blankPixels > 0) FillBlankPixels(*images[at]);
+      if (facts[at].blankPixels > 0) FillBlankPixels(*images[at], mosaic);
     } catch (const Failure& failure) {
       reasons[at] = failure.what();
     } catch (CMemoryException* e) {
@@ -80,6 +83,7 @@ Loaded LoadFrames(const std::vector<FrameSource>& sources, const char* kind, Ste
     if (!reasons[i].empty()) continue;
     loaded.images.push_back(std::move(images[i]));
     loaded.exposures.push_back(facts[i].facts.exposureSeconds.value_or(0.0));
+    loaded.blacks.push_back(facts[i].sensorBlack);
   }
   return loaded;
 }
@@ -114,7 +118,7 @@ std::unique_ptr<CVynImage> Combine(Loaded loaded) {
   return master;
 }
 
-// Mean of the pixels of one site of a 2 x 2 cell, or of all of them.
+// Mean of the pixels of one site of a cell of `step` by `step` pixels, or of all of them.
 double SiteMean(const CVynImage& image, int plane, int step, int row, int column) {
   struct Sum {
     double value = 0.0;
@@ -180,10 +184,10 @@ struct MadeMaster {
   std::size_t count = 0;
 };
 
-MadeMaster MakeMaster(const std::vector<FrameSource>& sources, const char* kind, Steps& steps,
-                      std::vector<LeftOut>& leftOut) {
+MadeMaster MakeMaster(const std::vector<FrameSource>& sources, const char* kind, const MosaicLayout& mosaic,
+                      Steps& steps, std::vector<LeftOut>& leftOut) {
   if (sources.empty()) return {};
-  Loaded loaded = LoadFrames(sources, kind, steps, leftOut);
+  Loaded loaded = LoadFrames(sources, kind, mosaic, steps, leftOut);
   MadeMaster made;
   made.exposure = CommonExposure(loaded);
   made.count = loaded.images.size();
@@ -193,9 +197,9 @@ MadeMaster MakeMaster(const std::vector<FrameSource>& sources, const char* kind,
   return made;
 }
 
-// Brings a flat to mean 1 where it is lit; each site of a mosaic by itself.
-void NormaliseFlat(CVynImage& flat, bool mosaicked) {
-  const int step = mosaicked && flat.GetPlanes() == 1 ? 2 : 1;
+// Brings a flat to mean 1 where it is lit; each site of a mosaic by itself. Where a honeycomb has no photosite it is 1.
+void NormaliseFlat(CVynImage& flat, const MosaicLayout& mosaic) {
+  const int step = flat.GetPlanes() == 1 ? mosaic.Cell() : 1;
   for (int p = 0; p < flat.GetPlanes(); ++p) {
     for (int row = 0; row < step; ++row) {
       for (int column = 0; column < step; ++column) {
@@ -204,6 +208,7 @@ void NormaliseFlat(CVynImage& flat, bool mosaicked) {
       }
     }
   }
+  FillEmptySites(flat, mosaic, 1.0f);
 }
 
 void ListUnlit(Masters& masters) {
@@ -239,33 +244,37 @@ void FlatStatistics(Masters& masters) {
 
 }  // namespace
 
-Masters MakeMasters(const NightPlan& plan, const StackOptions& options, bool mosaicked, Steps& steps,
+Masters MakeMasters(const NightPlan& plan, const StackOptions& options, const MosaicLayout& mosaic, Steps& steps,
                     std::vector<LeftOut>& leftOut) {
   Masters masters;
-  MadeMaster bias = MakeMaster(Sources(plan.biases, options.bias), "bias", steps, leftOut);
-  MadeMaster dark = MakeMaster(Sources(plan.darks, options.dark), "dark", steps, leftOut);
+  MadeMaster bias = MakeMaster(Sources(plan.biases, options.bias), "bias", mosaic, steps, leftOut);
+  MadeMaster dark = MakeMaster(Sources(plan.darks, options.dark), "dark", mosaic, steps, leftOut);
   const std::vector<FrameSource> flats = Sources(plan.flats, options.flat);
   if (!flats.empty()) {
-    MadeMaster flatDark = MakeMaster(plan.flatDarks, "flat dark", steps, leftOut);
-    Loaded loaded = LoadFrames(flats, "flat", steps, leftOut);
-    // A master that the user names is taken to be calibrated; frames are not.
-    const bool ready = !options.flat.empty() && flats.size() == 1;
+    MadeMaster flatDark = MakeMaster(plan.flatDarks, "flat dark", mosaic, steps, leftOut);
+    Loaded loaded = LoadFrames(flats, "flat", mosaic, steps, leftOut);
+    const auto hasBlack = [](const std::optional<double>& black) { return black.has_value(); };
+    // A master that the user names is taken to be calibrated; frames are not, nor is what a camera writes.
+    const bool ready = !options.flat.empty() && flats.size() == 1 &&
+                       std::none_of(loaded.blacks.begin(), loaded.blacks.end(), hasBlack);
     const double exposure = CommonExposure(loaded);
     const bool darkServes = dark.image && (dark.exposure <= exposure * 1.1 || dark.exposure == 0.0);
     const CVynImage* base = flatDark.image ? flatDark.image.get()
                             : bias.image   ? bias.image.get()
                             : darkServes   ? dark.image.get()
                                            : nullptr;
-    if (!base && !ready)
+    if (!base && !ready && !std::all_of(loaded.blacks.begin(), loaded.blacks.end(), hasBlack))
       steps.Warn("the flats have no bias or flat dark: their offset stays in, and vignetting is corrected too little");
-    for (auto& image : loaded.images) {
+    for (std::size_t i = 0; i < loaded.images.size(); ++i) {
+      const auto& image = loaded.images[i];
+      if (!base && loaded.blacks[i]) SubtractLevel(*image, *loaded.blacks[i]);
       if (base && !ready) {
         if (!SameSize(*base, *image))
           throw Failure(kExitBadData, "the flats and the bias or dark that belongs to them differ in size");
         SubtractImage(*image, *base);
       }
       MaskUnlit(*image, 0.0);
-      NormaliseFlat(*image, mosaicked);
+      NormaliseFlat(*image, mosaic);
     }
     masters.flatCount = static_cast<int>(loaded.images.size());
     masters.flat = Combine(std::move(loaded));

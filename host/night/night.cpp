@@ -54,8 +54,8 @@ NightPlan MakePlan(const StackOptions& options) {
   if (plan.lights.empty()) {
     if (!plan.leftOut.empty())
       throw Failure(kExitBadData, PrintablePath(plan.leftOut[0].path) + ": " + plan.leftOut[0].reason);
-    throw Failure(kExitNoInput,
-                  PrintablePath(options.folder) + ": holds no light frames (FITS files, in lights/ or by themselves)");
+    throw Failure(kExitNoInput, PrintablePath(options.folder) +
+                                    ": holds no light frames (FITS or camera raw files, in lights/ or by themselves)");
   }
   return plan;
 }
@@ -218,9 +218,9 @@ NightResult StackNight(const StackOptions& options, Steps& steps) {
   NightResult result;
   result.leftOut = plan.leftOut;
   const MosaicLayout mosaic = MosaicOfNight(plan, options);
-  const bool mosaicked = mosaic.kind == MosaicLayout::Kind::Bayer;
-  if (mosaicked) result.mosaic = mosaic.text;
-  const Masters masters = MakeMasters(plan, options, mosaicked, steps, result.leftOut);
+  if (mosaic.CanBeDeveloped()) result.mosaic = mosaic.text;
+  if (mosaic.namedInVain) steps.Warn("a mosaic is named, but the frames have several planes: they stack as they are");
+  const Masters masters = MakeMasters(plan, options, mosaic, steps, result.leftOut);
 
   std::vector<LightFrame>& frames = result.frames;
   PrepareLights(plan, masters, options, steps, frames);

@@ -5,7 +5,10 @@
 #include <cctype>
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <set>
+#include <span>
 #include <system_error>
 #include <utility>
 
@@ -27,6 +30,22 @@ std::string LowerLetters(std::string_view text) {
       letters.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
   return letters;
 }
+
+// The name without its ending, where it has one of these, in any case; empty otherwise.
+std::string_view Without(std::string_view name, std::span<const std::string_view> endings) {
+  std::string lower(name);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
+  for (const std::string_view ending : endings)
+    if (lower.ends_with(ending)) return name.substr(0, name.size() - ending.size());
+  return {};
+}
+
+constexpr std::string_view kFitsEndings[] = {".fit",    ".fits",    ".fts",    ".fz",
+                                             ".fit.gz", ".fits.gz", ".fts.gz", ".fz.gz"};
+constexpr std::string_view kRawEndings[] = {".3fr", ".arw", ".cr2", ".cr3", ".crw", ".dcr", ".dng", ".erf",
+                                            ".fff", ".iiq", ".kdc", ".mef", ".mos", ".mrw", ".nef", ".nrw",
+                                            ".orf", ".pef", ".raf", ".rw2", ".rwl", ".sr2", ".srf", ".srw"};
 
 std::string FileName(const std::string& path) {
   return fs::path(path).filename().string();
@@ -66,6 +85,12 @@ Listing List(const std::string& folder) {
       listing.files.push_back(path);
   }
   if (error) throw Failure(kExitNoInput, PrintablePath(folder) + ": " + error.message());
+  std::set<std::string, std::less<>> converted;
+  for (const std::string& path : listing.files) converted.emplace(Without(path, kFitsEndings));
+  std::erase_if(listing.files, [&](const std::string& path) {
+    const std::string_view name = Without(path, kRawEndings);
+    return !name.empty() && converted.contains(name);
+  });
   std::sort(listing.files.begin(), listing.files.end());
   std::sort(listing.folders.begin(), listing.folders.end());
   return listing;
@@ -130,11 +155,7 @@ FrameRole RoleOfImageType(std::string_view imageType) {
 }
 
 bool HasFrameName(std::string_view path) {
-  std::string lower(path);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
-  if (lower.ends_with(".gz")) lower.resize(lower.size() - 3);
-  return lower.ends_with(".fit") || lower.ends_with(".fits") || lower.ends_with(".fts") || lower.ends_with(".fz");
+  return !Without(path, kFitsEndings).empty() || !Without(path, kRawEndings).empty();
 }
 
 NightPlan PlanNight(const std::string& folder) {
@@ -158,7 +179,7 @@ std::vector<FrameSource> ListFrames(const std::string& path) {
   if (!fs::is_directory(path, error)) return {{path, nullptr}};
   std::vector<FrameSource> frames;
   for (const std::string& file : List(path).files) frames.push_back({file, nullptr});
-  if (frames.empty()) throw Failure(kExitNoInput, PrintablePath(path) + ": holds no FITS files");
+  if (frames.empty()) throw Failure(kExitNoInput, PrintablePath(path) + ": holds no FITS or camera raw files");
   return frames;
 }
 

@@ -36,12 +36,14 @@ FrameRole RoleOfName(std::string_view name);
 // The role that an IMAGETYP says.
 FrameRole RoleOfImageType(std::string_view imageType);
 
-// True for names that a frame of a night may have: .fit, .fits, .fts, .fz, also with .gz behind.
+// True for names that a frame of a night may have: .fit, .fits, .fts, .fz, also with .gz behind, and those of cameras'
+// raw files: .cr2, .nef, .arw, .dng ...
 bool HasFrameName(std::string_view path);
 
 // The frames of a night in `folder`. Subfolders named after a role hold frames of that role. Where no subfolder holds
 // lights, the files in the folder itself are taken by their IMAGETYP, else by the start of their name, else as lights.
-// Files are in the order of their names. Failure with kExitNoInput when the folder can't be read.
+// Files are in the order of their names. A camera's raw file beside a FITS file of the same name is passed over: that
+// is the same frame, converted. Failure with kExitNoInput when the folder can't be read.
 NightPlan PlanNight(const std::string& folder);
 
 // The frames in a folder, or the one file that the path names; kExitNoInput when there is none.

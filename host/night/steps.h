@@ -11,6 +11,8 @@ class Steps {
   virtual ~Steps() = default;
   // A step begins, of `total` units of work.
   virtual void Begin(const std::string& name, std::int64_t total) = 0;
+  // The step under way is called this from now on.
+  virtual void Rename(const std::string&) {}
   // `units` more are done. Callable from any thread.
   virtual void Advance(std::int64_t units) = 0;
   // The step is done; `result` is one line that says what came of it.

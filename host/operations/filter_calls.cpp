@@ -12,6 +12,7 @@
 
 #include "host/night/failure.h"
 #include "host/night/output.h"
+#include "host/operations/picture_file.h"
 #include "qmrimg/filters/filter.h"
 #include "qmrimg/filters/filter_blur.h"
 #include "qmrimg/filters/filter_misc.h"
@@ -21,6 +22,7 @@
 #include "qmrimg/image/row_access.h"
 #include "qmrimg/image/row_frame.h"
 #include "qmrimg/platform/array.h"
+#include "qmrimg/restoration/windowing.h"
 #include "qmrimg/stacking/rttn_grdnt.h"
 
 namespace qmr::calls {
@@ -541,6 +543,26 @@ Result Contour(OperationJob& job) {
   auto image = Destination<CImgFilterMisc>(job);
   image->ContourFilter(job.settings.Whole("steps"), job.settings.On("no-clamp"), &job.source, &job.rect, kReport);
   return image;
+}
+
+Result Window(OperationJob& job) {
+  constexpr int kRaisedCosine = 0;
+  const int width = job.rect.Width(), height = job.rect.Height();
+  auto image = Destination<CVynImage>(job);
+  // The window lies about the middle of its source, which is the rectangle.
+  CImgWindowing part;
+  static_cast<CVynImage&>(part) = CVynImage(-32, width, height, image->GetPlanes(), 1.0, 0.0, 1);
+  part.PixelBlt(0, 0, width, height, &job.source, job.rect.left, job.rect.top, 0);
+  part.SetProgressHandle(job.progress);
+  part.Do(kRaisedCosine, job.settings.Number("radius"), &part, kReport);
+  image->PixelBlt(job.rect.left, job.rect.top, width, height, &part, 0, 0, 0);
+  return image;
+}
+
+void FindWindow(CVynImage& image, Settings& settings) {
+  if (settings.Has("radius")) return;
+  const CRect rect = RectangleOf(settings, image);
+  settings.Set("radius", {std::max(std::min(rect.Width(), rect.Height()) / 2.0, 1.0)});
 }
 
 }  // namespace qmr::calls

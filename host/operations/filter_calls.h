@@ -37,12 +37,15 @@ Result GuideError(OperationJob& job);
 Result Rank(OperationJob& job);
 Result Convolve(OperationJob& job);
 Result Contour(OperationJob& job);
+Result Window(OperationJob& job);
 
 // Black a little below the sky, white where the development takes wide bright regions.
 void DevelopmentLevels(CVynImage& image, const Settings& settings);
 
 // The middle of the picture where no centre is given.
 void FindMiddle(CVynImage& image, Settings& settings);
+// Half of the shorter side of what is windowed.
+void FindWindow(CVynImage& image, Settings& settings);
 
 // Pixels in the sorted window of each rank filter.
 int PatternRanks(const Settings& settings, int plane);

@@ -519,6 +519,18 @@ std::vector<OperationSpec> MakeFilters() {
                                .fallback = "10"},
                               Switch("no-clamp", "Draw lines below black and above white as well")},
                .call = Contour});
+  t.push_back({.name = "window",
+               .group = kOwn,
+               .summary = "Fades to 0 from the middle outwards, as a raised cosine: before Fourier work elsewhere",
+               .parameters = {{.key = "radius",
+                               .meaning = "Distance from the middle at which 0 is reached",
+                               .unit = "pixels",
+                               .least = 1.0,
+                               .most = 100000.0,
+                               .range = "1 to 100000, by default half of the shorter side"}},
+               .call = Window,
+               .resultLevels = ResultLevels::kKept,
+               .find = FindWindow});
 
   t.push_back({.name = "median-pattern",
                .group = kFixed,

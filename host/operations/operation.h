@@ -8,10 +8,14 @@
 
 #include "host/operations/blank_pixels.h"
 #include "host/operations/parameters.h"
+#include "host/operations/remarks.h"
 #include "host/operations/sky_keywords.h"
 #include "qmrimg/image/vyn_image.h"
 
 namespace qmr {
+
+class Steps;
+struct LightFrame;
 
 // What an operation is asked to do. The source has its levels and no pixel that is not a number; its pixels are the
 // operation's to use up.
@@ -25,6 +29,9 @@ struct OperationJob {
   const BlankPixels* blank = nullptr;
   // Such operations tell where the pixels lie now; without a map nobody knows.
   std::optional<PixelMap> map = {};
+  // For operations that tell of more than one report of the library; not null in a call.
+  Steps* steps = nullptr;
+  Remarks* remarks = nullptr;
 };
 
 // The result: the source's pixels outside the rectangle, the new ones inside; its levels show it from black to
@@ -63,6 +70,8 @@ struct OperationSpec {
   // Sets what the user leaves to be found from the picture, which has its levels. Throws a Failure that says what it
   // has or lacks.
   void (*find)(CVynImage& image, Settings& settings) = nullptr;
+  // The same where the keywords of the file matter, too.
+  void (*measure)(const LightFrame& frame, Settings& settings, Remarks& remarks) = nullptr;
 };
 
 // In the order of groups.

@@ -138,6 +138,9 @@ LightFrame LoadPicture(const std::string& path, const std::optional<std::string>
     if (failure.code == kExitUsage) throw;
     throw Failure(failure.code, name + ": " + failure.what());
   }
+  if (frame.mosaic.namedInVain)
+    throw Failure(kExitBadData,
+                  name + ": has several planes, so it is developed already: it holds no mosaic for --bayer to name");
   return frame;
 }
 
@@ -173,7 +176,7 @@ std::string SetLevelsOfFile(CVynImage& image, const std::vector<Keyword>& keywor
 void RefuseMosaic(const LightFrame& frame) {
   if (frame.mosaic.kind == MosaicLayout::Kind::None) return;
   throw Failure(kExitBadData, PrintablePath(frame.path) + ": holds an undeveloped mosaic (" + frame.mosaic.text +
-                                  "); develop it first, or say --bayer none to take it as it lies");
+                                  "); develop it first with qmr develop, or say --bayer none to take it as it lies");
 }
 
 CRect RectangleOf(const Settings& settings, const CVynImage& image) {

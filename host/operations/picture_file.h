@@ -16,7 +16,8 @@ namespace qmr {
 // set.
 void CheckOutput(const std::string& path, bool force);
 
-// The image of a file with its keywords and mosaic; `bayer` is the user's word on the mosaic. A Failure names the file.
+// The image of a file with its keywords and mosaic; `bayer` is the user's word on the mosaic, which a file of several
+// planes must not be given. A Failure names the file.
 LightFrame LoadPicture(const std::string& path, const std::optional<std::string>& bayer);
 
 // A Failure for a frame that is not developed: an operation over a mosaic would mix its colours.

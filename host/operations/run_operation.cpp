@@ -89,13 +89,21 @@ void CheckLevels(const Settings& settings) {
     if (!(levels[i] < levels[i + 1])) throw Failure(kExitUsage, "--levels: the first of two is the smaller one");
 }
 
-// What the operation finds in the picture; the line of a Failure says what the picture has or lacks.
-void Find(const OperationSpec& operation, const LightFrame& frame, Settings& settings) {
+// Runs what may fail with a line on what the picture has or lacks, and says which picture that is.
+template <class Part>
+auto Naming(const std::string& path, Part part) {
   try {
-    operation.find(*frame.image, settings);
+    return part();
   } catch (const Failure& failure) {
-    throw Failure(failure.code, PrintablePath(frame.path) + ": " + failure.what());
+    if (failure.code != kExitBadData) throw;
+    throw Failure(failure.code, PrintablePath(path) + ": " + failure.what());
   }
+}
+
+// What the operation finds in the picture.
+void Find(const OperationSpec& operation, const LightFrame& frame, Settings& settings, Remarks& remarks) {
+  if (operation.find) operation.find(*frame.image, settings);
+  if (operation.measure) operation.measure(frame, settings, remarks);
 }
 
 // The settings as a command that gives the same again, with the levels that were found.
@@ -137,18 +145,19 @@ OperationReport RunOperation(OperationRequest& request, Steps& steps) {
   OperationReport report;
   const bool mosaic = operation.input == OperationInput::kMosaic;
   std::optional<BlankPixels> blank;
-  if (frame.blankPixels > 0) blank.emplace(source, mosaic ? 2 : 1);
+  if (frame.blankPixels > 0) blank.emplace(source, frame.mosaic.Cell());
   report.blankPixels = blank ? blank->Count() : 0;
   const bool anew = operation.resultLevels == ResultLevels::kAnew;
   if (!anew) report.levelsFrom = SetLevels(source, frame.keywords, operation, request.settings);
-  if (operation.find) Find(operation, frame, request.settings);
+  Naming(request.input, [&] { Find(operation, frame, request.settings, report.remarks); });
   report.command = CommandText(request, source);
   if (mosaic) report.mosaic = frame.mosaic.text;
 
   ProgressWindow window(steps, std::string(operation.name));
   OperationJob job{
-      source, rect, request.settings, mosaic ? frame.mosaic.number : 0, &window, blank ? &*blank : nullptr};
-  const std::unique_ptr<CVynImage> result = operation.call(job);
+      source, rect,   request.settings, mosaic ? frame.mosaic.number : 0, &window, blank ? &*blank : nullptr,
+      {},     &steps, &report.remarks};
+  const std::unique_ptr<CVynImage> result = Naming(request.input, [&] { return operation.call(job); });
   if (anew) report.levelsFrom = SetLevels(*result, {}, operation, request.settings);
   if (blank && !operation.moves) blank->Restore(*result);
   steps.Begin("Writing", 1);

@@ -25,6 +25,7 @@ struct OperationReport {
   std::string levelsFrom;       // where the levels come from
   std::string mosaic;           // of an undeveloped frame; empty for any other image
   std::size_t blankPixels = 0;  // not-a-number, in all planes
+  Remarks remarks;              // what the operation tells of itself
 };
 
 // Reads, operates, writes. Pixels without a value stay so and count for nothing; the output appears when it is

@@ -90,6 +90,7 @@ void NightMaker::LightRows(const Scene::View& view, int firstRow, int rows, int 
   scene_.AddRows(view, firstRow, rows, colour, out);
   const auto transparency = static_cast<float>(frame.transparency);
   const auto slope = static_cast<float>(frame.sky * frame.gradientX / (width - 1));
+  const int shift = ColourShift(options_.mosaic);
   for (int k = 0; k < rows; ++k) {
     const int y = firstRow + k;
     float* row = out + static_cast<std::size_t>(k) * width;
@@ -98,11 +99,11 @@ void NightMaker::LightRows(const Scene::View& view, int firstRow, int rows, int 
     float tint[2];
     for (int p = 0; p < 2; ++p) {
       const bool grey = options_.mosaic == SensorMosaic::Mono;
-      tint[p] = grey ? 1.0f : SkyColour[colour >= 0 ? colour : MosaicColour(options_.mosaic, y, p)];
+      tint[p] = grey ? 1.0f : SkyColour[colour >= 0 ? colour : MosaicColour(options_.mosaic, y, p << shift)];
     }
 #pragma omp simd
     for (int x = 0; x < width; ++x) {
-      const float sky = (level + slope * static_cast<float>(x)) * ((x & 1) ? tint[1] : tint[0]);
+      const float sky = (level + slope * static_cast<float>(x)) * (((x >> shift) & 1) ? tint[1] : tint[0]);
       row[x] = row[x] * transparency + sky;
     }
     for (const TruthTrail& trail : frame.trails) AddTrail(trail, y, row);
@@ -121,7 +122,8 @@ void NightMaker::Make(FrameKind kind, int index, std::span<std::uint16_t> out) {
   const auto seconds = static_cast<float>(ExposureSeconds(options_, kind));
   Stream stream = Stream::BiasNoise;
   std::vector<Deposit> deposits;
-  float lamp[2][2] = {};
+  float lamp[4][2] = {};
+  const int shift = ColourShift(options_.mosaic);
   switch (kind) {
     case FrameKind::Light:
       stream = Stream::LightNoise;
@@ -137,9 +139,9 @@ void NightMaker::Make(FrameKind kind, int index, std::span<std::uint16_t> out) {
       Draws draws(StreamKey(options_.seed, Stream::FlatNoise, static_cast<std::uint64_t>(index), 1u << 30));
       const double range = std::min(options_.fullWell, (65535.0 - options_.offset) * options_.gain);
       const double level = FlatLevel * range * draws.Uniform(0.94, 1.06);
-      for (int p = 0; p < 4; ++p) {
+      for (int p = 0; p < 8; ++p) {
         const bool grey = options_.mosaic == SensorMosaic::Mono;
-        const int colour = MosaicColour(options_.mosaic, p >> 1, p & 1);
+        const int colour = MosaicColour(options_.mosaic, p >> 1, (p & 1) << shift);
         lamp[p >> 1][p & 1] = static_cast<float>(level * (grey ? 1.0f : LampColour[colour]));
       }
       break;
@@ -158,15 +160,17 @@ void NightMaker::Make(FrameKind kind, int index, std::span<std::uint16_t> out) {
       float* mean = memory + static_cast<std::size_t>(k) * width;
       const float* response = detector_.Response(y).data();
       const float* dark = detector_.DarkCurrent(y).data();
-      const float even = lamp[y & 1][0];
-      const float odd = lamp[y & 1][1];
+      const float even = lamp[y & 3][0];
+      const float odd = lamp[y & 3][1];
 #pragma omp simd
       for (std::size_t x = 0; x < width; ++x) {
-        const float falling = light ? mean[x] : ((x & 1) ? odd : even);
+        const float falling = light ? mean[x] : (((x >> shift) & 1) ? odd : even);
         mean[x] = falling * response[x] + dark[x] * seconds;
       }
-      detector_.Expose(stream, index, y, {mean, width}, deposits, scratch,
-                       out.subspan(static_cast<std::size_t>(y) * width, width));
+      const std::span<std::uint16_t> samples = out.subspan(static_cast<std::size_t>(y) * width, width);
+      detector_.Expose(stream, index, y, {mean, width}, deposits, scratch, samples);
+      if (options_.mosaic == SensorMosaic::HoneyComb)
+        for (std::size_t x = HasPhotosite(options_.mosaic, y, 0) ? 1 : 0; x < width; x += 2) samples[x] = 0;
     }
   });
 }
@@ -190,6 +194,8 @@ NightTruth NightMaker::Truth() const {
   }
   truth.hotPixels = detector_.HotPixels();
   truth.coolPixels = detector_.CoolPixels();
+  for (std::vector<TruthPixel>* pixels : {&truth.hotPixels, &truth.coolPixels})
+    std::erase_if(*pixels, [&](const TruthPixel& p) { return !HasPhotosite(options_.mosaic, p.y, p.x); });
   return truth;
 }
 

@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include "host/files/mosaic.h"
+
 namespace qmr {
 
 namespace {
@@ -10,13 +12,12 @@ namespace {
 struct MosaicEntry {
   SensorMosaic mosaic;
   const char* name;
-  int colour[2][2];
+  int layout;  // as SiteColour has it; 0 for a mono sensor
 };
 
 constexpr MosaicEntry Mosaics[] = {
-    {SensorMosaic::Mono, "mono", {{1, 1}, {1, 1}}}, {SensorMosaic::Rggb, "RGGB", {{0, 1}, {1, 2}}},
-    {SensorMosaic::Grbg, "GRBG", {{1, 0}, {2, 1}}}, {SensorMosaic::Bggr, "BGGR", {{2, 1}, {1, 0}}},
-    {SensorMosaic::Gbrg, "GBRG", {{1, 2}, {0, 1}}},
+    {SensorMosaic::Mono, "mono", 0}, {SensorMosaic::Rggb, "RGGB", 1}, {SensorMosaic::Grbg, "GRBG", 2},
+    {SensorMosaic::Bggr, "BGGR", 3}, {SensorMosaic::Gbrg, "GBRG", 4}, {SensorMosaic::HoneyComb, "honeycomb", 11},
 };
 
 const MosaicEntry& Entry(SensorMosaic mosaic) {
@@ -101,8 +102,18 @@ std::optional<SensorMosaic> MosaicFromName(std::string_view name) {
   return std::nullopt;
 }
 
-int MosaicColour(SensorMosaic mosaic, int rowParity, int columnParity) {
-  return Entry(mosaic).colour[rowParity & 1][columnParity & 1];
+int MosaicColour(SensorMosaic mosaic, int row, int column) {
+  if (mosaic == SensorMosaic::Mono) return 1;
+  const int layout = Entry(mosaic).layout;
+  return SiteColour(layout, row, HasPhotosite(mosaic, row, column) ? column : column ^ 1);
+}
+
+int ColourShift(SensorMosaic mosaic) {
+  return mosaic == SensorMosaic::HoneyComb ? 1 : 0;
+}
+
+bool HasPhotosite(SensorMosaic mosaic, int row, int column) {
+  return mosaic != SensorMosaic::HoneyComb || ((row + column) & 1) != 0;
 }
 
 }  // namespace qmr

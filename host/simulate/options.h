@@ -7,8 +7,9 @@
 
 namespace qmr {
 
-// Colour filters of the simulated sensor, named by the first two sites of row 0 and of row 1.
-enum class SensorMosaic { Mono, Rggb, Grbg, Bggr, Gbrg };
+// Colour filters of the simulated sensor. Bayer ones are named by the first two sites of row 0 and of row 1; the
+// honeycomb is layout 11, the only one that a camera is known for, with every second pixel of a row without photosite.
+enum class SensorMosaic { Mono, Rggb, Grbg, Bggr, Gbrg, HoneyComb };
 
 // How the pointing wanders from frame to frame.
 enum class DriftKind {
@@ -73,12 +74,16 @@ struct SimulateOptions {
 // One line that says what is wrong with the options; nothing when they are good.
 std::optional<std::string> Check(const SimulateOptions& options);
 
-// "mono", "RGGB", "GRBG", "BGGR" or "GBRG".
+// "mono", "RGGB", "GRBG", "BGGR", "GBRG" or "honeycomb".
 const char* MosaicName(SensorMosaic mosaic);
 // The reverse, in any case of letters; nothing for another name.
 std::optional<SensorMosaic> MosaicFromName(std::string_view name);
 
-// Colour (0 red, 1 green, 2 blue) of the site at the given parities of row and column; 1 on a mono sensor.
-int MosaicColour(SensorMosaic mosaic, int rowParity, int columnParity);
+// Colour (0 red, 1 green, 2 blue) of the site at a row and column from 0; 1 on a mono sensor. Where a honeycomb has no
+// photosite it is that of the one beside it, so that colours change with the columns shifted right by ColourShift, and
+// come again after the second.
+int MosaicColour(SensorMosaic mosaic, int row, int column);
+int ColourShift(SensorMosaic mosaic);
+bool HasPhotosite(SensorMosaic mosaic, int row, int column);
 
 }  // namespace qmr

@@ -198,6 +198,7 @@ void Scene::AddStar(const View& view, const Image& image, int firstRow, int rows
   const double reach2 = image.reach2;
   const double reach = std::sqrt(reach2);
   const int width = options_.width;
+  const int shift = ColourShift(options_.mosaic);
   const int top = std::max(firstRow, static_cast<int>(std::ceil(std::max(y - reach, -1.0))));
   const int bottom = std::min(firstRow + rows - 1, static_cast<int>(std::floor(std::min(y + reach, 1e6))));
   for (int row = top; row <= bottom; ++row) {
@@ -208,7 +209,7 @@ void Scene::AddStar(const View& view, const Image& image, int firstRow, int rows
     const int right = static_cast<int>(std::floor(std::min(x + half, width - 1.0)));
     float tint[2];
     for (int p = 0; p < 2; ++p) {
-      const int site = colour >= 0 ? colour : MosaicColour(options_.mosaic, row, p);
+      const int site = colour >= 0 ? colour : MosaicColour(options_.mosaic, row, p << shift);
       const bool grey = colour < 0 && options_.mosaic == SensorMosaic::Mono;
       tint[p] = static_cast<float>(peak * (grey ? 1.0 : image.colour[site]));
     }
@@ -223,12 +224,12 @@ void Scene::AddStar(const View& view, const Image& image, int firstRow, int rows
       for (int i = left; i <= right; ++i) {
         const float d = static_cast<float>(i - whole) - part;
         const float s = base + d * d * inverse;
-        line[i] += ((i & 1) ? tint[1] : tint[0]) / (s * s * s);
+        line[i] += (((i >> shift) & 1) ? tint[1] : tint[0]) / (s * s * s);
       }
     } else {
       for (int i = left; i <= right; ++i) {
         const double d = i - x;
-        line[i] += static_cast<float>(tint[i & 1] * Exp(-0.5 * (d * d + dy2) / scale));
+        line[i] += static_cast<float>(tint[(i >> shift) & 1] * Exp(-0.5 * (d * d + dy2) / scale));
       }
     }
   }
@@ -240,9 +241,10 @@ void Scene::AddNebulaRow(const TruthFrame& frame, int y, int colour, float* out)
   const double qy = y - centreY_ - frame.dy;
   const double startX = turn.sine * qy;
   const double startY = turn.cosine * qy;
+  const int shift = ColourShift(options_.mosaic);
   const float* plane[2];
   for (int p = 0; p < 2; ++p) {
-    const int site = colour >= 0 ? colour : MosaicColour(options_.mosaic, y, p);
+    const int site = colour >= 0 ? colour : MosaicColour(options_.mosaic, y, p << shift);
     plane[p] = grid_[grid_.size() == 1 ? 0 : static_cast<std::size_t>(site)].data();
   }
   const std::size_t stride = static_cast<std::size_t>(gridWidth_);
@@ -257,7 +259,7 @@ void Scene::AddNebulaRow(const TruthFrame& frame, int y, int colour, float* out)
     float wv[4];
     SplineWeights(static_cast<float>(u - iu), wu);
     SplineWeights(static_cast<float>(v - iv), wv);
-    const float* cell = plane[x & 1] + static_cast<std::size_t>(iv - 1) * stride + (iu - 1);
+    const float* cell = plane[(x >> shift) & 1] + static_cast<std::size_t>(iv - 1) * stride + (iu - 1);
     float sum = 0.0f;
     for (int k = 0; k < 4; ++k) {
       const float* c = cell + static_cast<std::size_t>(k) * stride;

@@ -139,13 +139,16 @@ std::string DateOfShot(std::int64_t milliseconds) {
 std::vector<Keyword> FrameKeywords(const SimulateOptions& o, const KindEntry& kind, int shot, std::int64_t start) {
   const double seconds = sim::ExposureSeconds(o, kind.kind);
   const bool colour = o.mosaic != SensorMosaic::Mono;
+  const bool honeycomb = o.mosaic == SensorMosaic::HoneyComb;
   const double wobble = sim::ToUniform(sim::Hash(sim::StreamKey(o.seed, sim::Stream::Header), shot)) - 0.5;
   std::vector<Keyword> k;
   k.push_back(Keyword::Text("IMAGETYP", kind.type, "type of frame"));
   k.push_back(Keyword::Real("EXPTIME", seconds, "[s] exposure"));
   k.push_back(Keyword::Real("EXPOSURE", seconds, "[s] exposure"));
   k.push_back(Keyword::Text("DATE-OBS", DateOfShot(start), "start of exposure, UTC"));
-  k.push_back(Keyword::Text("INSTRUME", "Simulated camera"));
+  // No keyword tells of a honeycomb; the one camera that is known for it does.
+  k.push_back(Keyword::Text("INSTRUME", honeycomb ? "FUJIFILM FinePixS2Pro" : "Simulated camera",
+                            honeycomb ? "its layout, simulated" : ""));
   k.push_back(Keyword::Text("TELESCOP", "Simulated refractor"));
   k.push_back(Keyword::Real("CCD-TEMP", std::round((-10.0 + 0.3 * wobble) * 10.0) / 10.0, "[C] of the sensor"));
   k.push_back(Keyword::Real("SET-TEMP", -10.0, "[C] asked for"));
@@ -157,7 +160,7 @@ std::vector<Keyword> FrameKeywords(const SimulateOptions& o, const KindEntry& ki
   k.push_back(Keyword::Real("XPIXSZ", 3.76, "[um] pixel"));
   k.push_back(Keyword::Real("YPIXSZ", 3.76, "[um] pixel"));
   k.push_back(Keyword::Real("FOCALLEN", 530.0, "[mm] focal length"));
-  if (colour) {
+  if (colour && !honeycomb) {
     k.push_back(Keyword::Text("BAYERPAT", MosaicName(o.mosaic), "filters of rows 0 and 1"));
     k.push_back(Keyword::Integer("XBAYROFF", 0));
     k.push_back(Keyword::Integer("YBAYROFF", 0));

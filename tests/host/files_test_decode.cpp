@@ -273,8 +273,8 @@ TEST(Damaged, HeaderPaddedWithNullBytes) {
 }
 
 TEST(Damaged, OtherContentIsTold) {
-  EXPECT_EQ(Reason(ReadAs("\x89PNG\r\n\x1a\n and so on")), "not a FITS file");
-  EXPECT_EQ(Reason(ReadAs("x")), "not a FITS file");
+  EXPECT_EQ(Reason(ReadAs("\x89PNG\r\n\x1a\n and so on")), "not a FITS or camera raw file");
+  EXPECT_EQ(Reason(ReadAs("x")), "not a FITS or camera raw file");
   EXPECT_EQ(Reason(ReadAs("")), "is empty");
   EXPECT_EQ(Reason(ReadImageFile("/")), "is a folder");
   EXPECT_EQ(Reason(ReadImageFile("/dev/zero")), "is not a regular file");

@@ -75,7 +75,10 @@ TEST(Mosaic, WhoIsBelieved) {
   EXPECT_EQ(Resolve(rggb, 100, 3, "grbg").number, 2);
   EXPECT_EQ(Resolve(rggb, 100, 3, "None").kind, MosaicLayout::Kind::None);
   EXPECT_EQ(Resolve(rggb, 100, 3, "GRBG", 3).kind, MosaicLayout::Kind::None);
-  EXPECT_FALSE(ResolveMosaic({rggb, 100, 1, {}, "RGB"}));
+  const MosaicLayout honeycomb = Resolve(rggb, 100, 3, "Honeycomb 13");
+  EXPECT_EQ(honeycomb.kind, MosaicLayout::Kind::HoneyComb);
+  EXPECT_EQ(honeycomb.number, 13);
+  for (const char* bad : {"RGB", "15", "honeycomb"}) EXPECT_FALSE(ResolveMosaic({rggb, 100, 1, {}, bad})) << bad;
 }
 
 TEST(FrameFacts, WhateverTheKeyword) {
@@ -177,7 +180,7 @@ TEST(Info, TextAndJson) {
   EXPECT_NE(text.str().find("6 x 4 pixels, 1 plane"), std::string::npos) << text.str();
   EXPECT_NE(text.str().find("GRBG from BAYERPAT"), std::string::npos);
   EXPECT_EQ(text.str().find('\x1B'), std::string::npos);
-  EXPECT_EQ(errors.str(), folder / "b.fits" + ": not a FITS file\n");
+  EXPECT_EQ(errors.str(), folder / "b.fits" + ": not a FITS or camera raw file\n");
 
   InfoOptions options;
   options.json = true;
@@ -191,7 +194,7 @@ TEST(Info, TextAndJson) {
   EXPECT_EQ(told[0]["mosaic"]["number"], 3);
   EXPECT_EQ(told[0]["statistics"][0]["mean"], 32768.0 + 257.0);
   EXPECT_TRUE(told[0]["temperatureCelsius"].is_null());
-  EXPECT_EQ(told[1]["error"], "not a FITS file");
+  EXPECT_EQ(told[1]["error"], "not a FITS or camera raw file");
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ TEST_F(FilterCommand, OffersEveryFilterOfTheLibrary) {
       "gaussian mean mean-keep-edges median background-smooth nebula-smooth sharpen sharpen-edges unsharp wavelet "
       "digital-development multiband-sharpen star-sharpen star-enhance star-mask hot-pixels hot-pixels-mosaic "
       "false-colour guide-error convolve rank contour median-pattern rank-pattern laplacian unsharp-pattern "
-      "rotational-gradient");
+      "rotational-gradient window");
   const std::set<std::string> names(std::istream_iterator<std::string>(words), {});
   std::set<std::string> offered;
   const Outcome list = RunQmr({"filter", "--list"});

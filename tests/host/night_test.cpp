@@ -100,7 +100,7 @@ TEST_F(NightFolder, MastersSubtractWhatBelongsToThem) {
     Write("lights/l.fit", 1);
     return PlanNight(folder_.Path());
   }();
-  const Masters masters = MakeMasters(plan, options, false, silence, leftOut);
+  const Masters masters = MakeMasters(plan, options, MosaicLayout(), silence, leftOut);
   ASSERT_TRUE(masters.dark && masters.flat);
   EXPECT_EQ(masters.darkKind, "dark");
   EXPECT_EQ(test::At(*masters.dark, 0, 3, 3), 151.0f);
