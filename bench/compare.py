@@ -25,6 +25,7 @@ import numpy as np  # noqa: E402  (the thread count must be set before)
 import colour_peers as cp  # noqa: E402
 import filter_peers as fp  # noqa: E402
 import geometry_peers as gp  # noqa: E402
+import restoration_peers as rp  # noqa: E402
 
 cv2 = fp.cv2
 if cv2:
@@ -153,6 +154,11 @@ ROWS = [
     ("fft_bench", "Transform<CFftd>/4096", "transform of 4096 x 4096", "SciPy fft2", lambda: scipy_fft(4096)),
     ("fft_bench", "Shift/2048", "shift of two 2048 x 2048", "scikit-image, whole pixels", lambda: skimage_shift(2048)),
     ("fft_bench", "Shift/4096", "shift of two 4096 x 4096", "scikit-image, whole pixels", lambda: skimage_shift(4096)),
+    ("fft_bench", "RealPair/1024/1024", "real transform of 1024 x 1024 and back", "SciPy rfft2, irfft2",
+     rp.transform(1024, 1024, THREADS)),
+    ("fft_bench", "RealPair/1021/1021", "of 1021 x 1021 (a prime)", "SciPy rfft2, irfft2", rp.transform(1021, 1021, THREADS)),
+    ("fft_bench", "RealPair/2000/1500", "of 2000 x 1500", "SciPy rfft2, irfft2", rp.transform(2000, 1500, THREADS)),
+    *rp.ROWS,
     ("geometry_bench", "ShiftedRows/0", "shift by (0.3, 0.7), bilinear", "OpenCV warpAffine",
      lambda: opencv_warp(CV("INTER_LINEAR"), False)),
     ("geometry_bench", "ShiftedRows/1", "shift, bicubic", "OpenCV warpAffine", lambda: opencv_warp(CV("INTER_CUBIC"), False)),
@@ -165,6 +171,7 @@ ROWS = [
      lambda: opencv_warp(CV("INTER_LANCZOS4"), True)),
     *gp.ROWS,
     ("raw_bench", "DevelopBayer/gains:0", "Bayer development of 24 Mpx", "Siril RCD, less its i/o", siril_develop),
+    ("raw_bench", "DevelopHoneycomb/pairs:3/gains:0", "honeycomb development of 24 Mpx", "", lambda: None),
     ("raw_bench", "DarkAndFlat", "dark and flat of 24 Mpx", "", lambda: None),
     ("stack_bench", "Median", "median of 30 frames of 3000 x 2000", "", lambda: None),
     ("stack_bench", "ClippedMean", "kappa-sigma of 30 frames", "", lambda: None),
