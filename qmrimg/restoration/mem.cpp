@@ -1,18 +1,16 @@
 #include "qmrimg/restoration/mem.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <memory>
 #include <new>
-#include <span>
+#include <optional>
 #include <vector>
 
-#include "qmrimg/image/row_access.h"
 #include "qmrimg/platform/exception.h"
 #include "qmrimg/platform/message_box.h"
 #include "qmrimg/restoration/gauss_psf.h"
 #include "qmrimg/restoration/mem_restore.h"
-#include "qmrimg/store/block.h"
+#include "qmrimg/restoration/plane_buffer.h"
 
 namespace {
 
@@ -55,38 +53,21 @@ float* CImgMem::MakeGauss(double sigma, int width, int height) {
 }
 
 int CImgMem::Do(double sigma, double noise, int iterations, CRect* pRect, int bProgress) {
-  if (!qmr::HasFloats(*this)) return 0;
-  CRect rect(0, 0, Width, Height);
-  if (pRect && (pRect->left > 0 || pRect->top > 0 || pRect->right < Width || pRect->bottom < Height)) rect = *pRect;
-  if (rect.left < 0 || rect.top < 0 || rect.right > Width || rect.bottom > Height) return 0;
-  if (rect.right <= rect.left || rect.bottom <= rect.top || Planes < 1) return 1;
+  const std::optional<CRect> rect = qmr::RestoredRect(*this, pRect);
+  if (!rect) return 0;
+  if (rect->right <= rect->left || rect->bottom <= rect->top || Planes < 1) return 1;
 
-  const int w = rect.Width(), h = rect.Height();
-  const std::size_t pixels = static_cast<std::size_t>(w) * static_cast<std::size_t>(h);
-  const std::size_t bytes = static_cast<std::size_t>(Planes) * pixels * sizeof(float);
-  const qmr::Block from(bytes, qmr::Block::Content::kZero), to(bytes, qmr::Block::Content::kUndefined);
-  if (!from.Get() || !to.Get()) AfxThrowMemoryException();
+  qmr::PlaneBuffer from(*this, *rect);
+  const qmr::PlaneBuffer to(*this, *rect);
   const std::unique_ptr<float[]> psf(MakeGauss(sigma, kPsfSize, kPsfSize));
   if (!psf) AfxThrowMemoryException();
-
-  const auto line = [&](const qmr::Block& block, int plane, int y) {
-    return reinterpret_cast<float*>(block.Get()) + static_cast<std::size_t>(plane) * pixels +
-           static_cast<std::size_t>(y - rect.top) * static_cast<std::size_t>(w);
-  };
+  from.Load(*this);
   for (int p = 0; p < Planes; ++p) {
-    for (int y = rect.top; y < rect.bottom; ++y)
-      std::ranges::copy(qmr::ReadRow(*this, y, p, rect.left, rect.right), line(from, p, y));
-  }
-  for (int p = 0; p < Planes; ++p) {
-    const int code = MemRestore(line(from, p, rect.top), line(to, p, rect.top), w, h, psf.get(), kPsfSize, kPsfSize,
-                                noise * noise, iterations, bProgress ? this : nullptr, Planes < 2 ? 0 : p + 1);
+    const int code =
+        MemRestore(from.Plane(p), to.Plane(p), rect->Width(), rect->Height(), psf.get(), kPsfSize, kPsfSize,
+                   noise * noise, iterations, bProgress ? this : nullptr, Planes < 2 ? 0 : p + 1);
     if (!Succeeded(code)) return 0;
   }
-  for (int p = 0; p < Planes; ++p) {
-    for (int y = rect.top; y < rect.bottom; ++y) {
-      const std::span<float> row = qmr::WriteRow(*this, y, p, rect.left, rect.right);
-      std::copy_n(line(to, p, y), row.size(), row.begin());
-    }
-  }
+  to.Store(*this);
   return 1;
 }
