@@ -433,6 +433,22 @@ TEST(CImgMem, ReportsItsWayAndHeedsEscAtEveryStep) {
   EXPECT_EQ(plain.events.front().text, L"最大エントロピー法 - 準備中");
 }
 
+// What a spike leaves of a dark surrounding falls to nothing, which the code tells and Do takes for a success.
+TEST(MemRestore, TellsOfResultsNearZero) {
+  constexpr int kSide = 24;
+  std::vector<float> in(kSide * kSide), out(in.size());
+  for (std::size_t i = 0; i < in.size(); ++i) in[i] = i % 3 ? -40.0f : 5.0f;
+  in[10 * kSide + 11] = in[15 * kSide + 4] = 50000.0f;
+  float psf[9] = {0.0f, 0.1f, 0.0f, 0.1f, 0.6f, 0.1f, 0.0f, 0.1f, 0.0f};
+  EXPECT_THAT(MemRestore(in.data(), out.data(), kSide, kSide, psf, 3, 3, 4.0, 1, nullptr, 0), AnyOf(0, 5));
+  EXPECT_THAT(MemRestore(in.data(), out.data(), kSide, kSide, psf, 3, 3, 4.0, 60, nullptr, 0), AnyOf(6, 56));
+  CImgMem image = Shaped<CImgMem>(kSide, kSide, 1);
+  Fill(image, [&](int, int x, int y) { return in[static_cast<std::size_t>(y * kSide + x)]; });
+  const ShownMessages shown;
+  EXPECT_EQ(image.Do(1.2, 2.0, 60, nullptr, 0), 1);
+  EXPECT_TRUE(shown.texts.empty());
+}
+
 TEST(CImgMem, LeavesNothingBehindWhenMemoryFails) {
   const Threads one(1);
   static int boxes;
